@@ -1,0 +1,435 @@
+// Gateway tokens and the Gateway Token List (GTL), the process-wide list of open connections.
+//
+// A handle from the application is never looked into before it was found on this list. The list is singly linked, tokens
+// are appended at the tail, and no walk takes more than GTL_RUNAWAY_LIMIT steps, so that a damaged list cannot hang it.
+// Threads: gtlLock guards the two ends and every link; the other fields of a token belong to the thread that made it.
+
+#include "stapi_krv_gwytok.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "stapi_krv_diag.h"
+#include "stapi_krv_gwycon.h"
+#include "stapi_krv_resultsetbuffer.h"
+#include "stapi_krv_statcomms.h"
+#include "stapi_krv_statquery.h"
+#include "stapi_krv_version.h"
+
+const char version4stapi_krv_gwytok[] = KRVSTATS_VERSION_BANNER;
+
+stapilock gtlLock = {};
+Internal_GatewayToken_t* gtListHeadPtr = nullptr;
+Internal_GatewayToken_t* gtListTailPtr = nullptr;
+
+namespace {
+
+constexpr int TOKEN_SIZE = static_cast<int>(sizeof(Internal_GatewayToken_t));
+
+const char* orNull(const char* text)
+{
+    return text ? text : "NULL";
+}
+
+// Gives back a token that is not on the list and has no socket.
+void discardToken(Internal_GatewayToken_t* token)
+{
+    if (token->connRSPtr) deleteResultSet(&token->connRSPtr);
+    free(token->resultSetBuf);
+    free(token->protocolVersion);
+    free(token);
+}
+
+// Allocates a token with its result set and buffers, bound to the calling thread. 0 and *tokenPtr, or a code with
+// nothing left behind. A version buffer that could not be had is missed later, when the version text arrives.
+int makeToken(Internal_GatewayToken_t** tokenPtr, int port)
+{
+    auto* token = static_cast<Internal_GatewayToken_t*>(malloc(sizeof(Internal_GatewayToken_t)));
+    traceDebug(2038, "stapi_krv_gwytok.createGatewayToken Called malloc for %d bytes. rc=%p\n", TOKEN_SIZE,
+        static_cast<void*>(token));
+    if (!token) {
+        traceExc(2039, "stapi_krv_gwytok.createGatewayToken Failed to allocate %d bytes\n", TOKEN_SIZE);
+        return KRVSTAT_OUT_OF_MEMORY;
+    }
+    memset(token, 0, sizeof *token);
+    memcpy(token->eyecatcher, "KRVGWTOK", sizeof token->eyecatcher);
+    token->connStatus = CONNECTION_CREATED;
+    token->portNumber = static_cast<uint32_t>(port);
+    token->socketDescriptor = -1;
+
+    char eyecatcher[] = GATEWAY_RESULT_SET_EYECATCHER;
+    const int resultSetRc = createResultSet(&token->connRSPtr, eyecatcher, RESULT_SET_OWNER_API);
+    if (resultSetRc != KRVSTAT_OK) {
+        traceExc(
+            2036, "stapi_krv_gwytok.createGatewayToken Creation of resultset failed rc=%d\n", resultSetRc);
+        discardToken(token);
+        return resultSetRc;
+    }
+
+    getPidTid(&token->owningPid, &token->owningTid);
+    token->protocolVersion = static_cast<char*>(malloc(PROTOCOL_VERSION_SIZE));
+    token->resultSetBuf = static_cast<char*>(malloc(INITIAL_RESULT_SET_SIZE + RESULT_SET_ROOM));
+    traceDebug(2040, "stapi_krv_gwytok.createGatewayToken Called malloc for %d bytes. rc=%p\n",
+        INITIAL_RESULT_SET_SIZE, static_cast<void*>(token->resultSetBuf));
+    if (!token->resultSetBuf) {
+        traceExc(2041, "stapi_krv_gwytok.createGatewayToken Failed to allocate %d bytes.\n", INITIAL_RESULT_SET_SIZE);
+        discardToken(token);
+        return KRVSTAT_OUT_OF_MEMORY;
+    }
+
+    token->resultSetBufLen = INITIAL_RESULT_SET_SIZE;
+    memset(token->resultSetBuf, 0, INITIAL_RESULT_SET_SIZE + RESULT_SET_ROOM);
+    addTerminator(token->resultSetBuf);
+    token->connRSPtr->rsBuffPtr = token->resultSetBuf;
+    token->connRSPtr->rsBuffLen = token->resultSetBufLen;
+    *tokenPtr = token;
+    return KRVSTAT_OK;
+}
+
+// The API's code for a failed connect.
+int mapConnectResult(int connectRc)
+{
+    switch (connectRc) {
+    case 0: return KRVSTAT_OK;
+    case CONNECT_HOST_NOT_RESOLVED: return KRVSTAT_HOST_NOT_RESOLVED;
+    case CONNECT_TIMED_OUT: return KRVSTAT_CONNECT_TIMEOUT;
+    case CONNECT_REFUSED: return KRVSTAT_CONNECTION_REFUSED;
+    case CONNECT_NETWORK_UNREACHABLE: return KRVSTAT_NETWORK_UNREACHABLE;
+    default: return KRVSTAT_CONNECT_FAILED;
+    }
+}
+
+// Closes what the token holds open and frees what it owns; the record itself stays.
+void emptyToken(Internal_GatewayToken_t* token)
+{
+    if (token->socketDescriptor >= 0) {
+        const int closeRc = closeConnection(&token->socketDescriptor);
+        token->connStatus = closeRc == 0 ? CONNECTION_CLOSED : CONNECTION_CLOSE_FAILED;
+    }
+    const int resultSetRc = deleteResultSet(&token->connRSPtr);
+    if (resultSetRc != KRVSTAT_OK) {
+        traceExc(2037, "stapi_krv_gwytok.deleteGatewayToken Unable to delete ResultSet. rc=%d\n", resultSetRc);
+    }
+    traceDebug(2043, "stapi_krv_gwytok.deleteGatewayToken About to free resultSetBuffer (%p)\n",
+        static_cast<void*>(token->resultSetBuf));
+    free(token->resultSetBuf);
+    token->resultSetBuf = nullptr;
+    traceDebug(2044, "stapi_krv_gwytok.deleteGatewayToken About to free protocolVersion String (%p)\n",
+        static_cast<void*>(token->protocolVersion));
+    free(token->protocolVersion);
+    token->protocolVersion = nullptr;
+}
+
+// Takes the token off the list; without a parent it is the head. The caller holds gtlLock.
+void unlinkToken(Internal_GatewayToken_t* token, Internal_GatewayToken_t* parent)
+{
+    if (!parent) {
+        gtListHeadPtr = token->nextGwyTokPtr;
+        return;
+    }
+    parent->nextGwyTokPtr = token->nextGwyTokPtr;
+    if (!parent->nextGwyTokPtr) gtListTailPtr = parent;
+}
+
+void dumpToken(int entryNumber, Internal_GatewayToken_t* token)
+{
+    char text[FORMATTED_TOKEN_SIZE];
+    formatGatewayToken(token, text);
+    fprintf(traceStream(), "Gateway Token List entry -%4.4d- : %s\n", entryNumber, text);
+    const Internal_ResultSetToken_t* resultSet = token->connRSPtr;
+    if (!resultSet) return;
+    fprintf(traceStream(), "Dump of ResultSet(%p) owner(%s) buffer(%p) cursor(%p)\n",
+        static_cast<const void*>(resultSet), resultSet->owner == RESULT_SET_OWNER_API ? "API" : "USR",
+        static_cast<void*>(resultSet->rsBuffPtr), static_cast<void*>(resultSet->cursor));
+    writeTraceRule();
+    traceOutStorage(resultSet->rsBuffPtr, 0, RESULT_SET_TERMINATOR, TRACE_DUMP_WIDTH, 0);
+    writeTraceRule();
+}
+
+} // namespace
+
+int initGTL()
+{
+    traceEntry(2030, "stapi_krv_gwytok.initGTL()\n");
+    const int initLockRc = initializeLock(&gtlLock);
+    traceExit(2031, "stapi_krv_gwytok.initGTL() initLockRc=%d, rc=%d\n", initLockRc,
+        initLockRc == 0 || initLockRc == 1 ? KRVSTAT_OK : KRVSTAT_LOCK_INIT_FAILED);
+    return initLockRc;
+}
+
+int createGatewayToken(KRV_GatewayToken_t* gwTokPtr, char* hostname, int port)
+{
+    traceEntry(2000, "stapi_krv_gwytok.createGatewayToken(&gwTokPtr=%p, hostname=%s, port=%d)\n",
+        static_cast<void*>(gwTokPtr), orNull(hostname), port);
+
+    Internal_GatewayToken_t* token = nullptr;
+    int gwyTokRc = makeToken(&token, port);
+    if (gwyTokRc == KRVSTAT_OK) {
+        gwyTokRc = chainGatewayToken(token);
+        if (gwyTokRc != KRVSTAT_OK) discardToken(token);
+    }
+    if (gwyTokRc == KRVSTAT_OK) {
+        gwyTokRc = openStatsSocket(token, hostname, port);
+        if (gwyTokRc != KRVSTAT_OK) deleteGatewayToken(&token, GTL_LOCK_REQUIRED);
+    }
+    if (gwyTokRc == KRVSTAT_OK) {
+        ReasonCodes reasons = {};
+        gwyTokRc = mapCommsResult(statProtocolVer(token, &reasons), &reasons);
+        if (gwyTokRc != KRVSTAT_OK) {
+            traceEvent(2042, "stapi_krv_gwytok.createGatewayToken Removing GatewayToken %p due to comms failure %d\n",
+                static_cast<void*>(token), gwyTokRc);
+            deleteGatewayToken(&token, GTL_LOCK_REQUIRED);
+        }
+    }
+    if (gwyTokRc == KRVSTAT_OK) {
+        char text[FORMATTED_TOKEN_SIZE];
+        formatGatewayToken(token, text);
+        traceEvent(2033, "stapi_krv_gwytok.createGatewayToken(&gwTokPtr=%p) %s\n", static_cast<void*>(gwTokPtr), text);
+        *gwTokPtr = token;
+    }
+
+    traceExit(2001, "stapi_krv_gwytok.createGatewayToken(&gwTokPtr=%p, hostname=%s, port=%d) rc=%d\n",
+        static_cast<void*>(gwTokPtr), orNull(hostname), port, gwyTokRc);
+    return gwyTokRc;
+}
+
+int openStatsSocket(Internal_GatewayToken_t* gwTokPtr, char* hostname, int port)
+{
+    traceEntry(2002, "stapi_krv_gwytok.openStatsSocket(gwTokPtr=%p) Attempting to connect to %s:%d\n",
+        static_cast<void*>(gwTokPtr), orNull(hostname), port);
+    const int connectRc = connectToGateway(port, hostname, &gwTokPtr->socketDescriptor);
+    if (connectRc == 0) {
+        gwTokPtr->connStatus = CONNECTION_CONNECTED;
+        traceEvent(2003, "stapi_krv_gwytok.openStatsSocket() Connected to Gateway %s:%u - socketDescriptor(%d)\n",
+            orNull(hostname), static_cast<unsigned int>(port), gwTokPtr->socketDescriptor);
+    } else {
+        gwTokPtr->connStatus = CONNECTION_CONNECT_FAILED;
+        traceExc(2004, "stapi_krv_gwytok.openStatsSocket() Failed to connect to Gateway %s:%u, connect rc = %d\n",
+            orNull(hostname), static_cast<unsigned int>(port), connectRc);
+    }
+    const int gwyTokRc = mapConnectResult(connectRc);
+    traceExit(2005, "stapi_krv_gwytok.openStatsSocket(gwTokPtr=%p, hostname=%s, port=%d) rc=%d\n",
+        static_cast<void*>(gwTokPtr), orNull(hostname), port, gwyTokRc);
+    return gwyTokRc;
+}
+
+int verifyGatewayToken(Internal_GatewayToken_t* gwTokPtr)
+{
+    traceEntry(2006, "stapi_krv_gwytok.verifyGatewayToken(&gwTokPtr=%p)\n", static_cast<void*>(gwTokPtr));
+    int gwyTokRc = KRVSTAT_OK;
+    ProcessId currentPid;
+    ThreadId currentTid;
+    getPidTid(&currentPid, &currentTid);
+
+    requestLock(&gtlLock);
+    const int findRc = findGatewayToken(gwTokPtr, nullptr);
+    if (findRc != GTL_TOKEN_FOUND) {
+        gwyTokRc = KRVSTAT_GATEWAY_TOKEN_NOT_FOUND;
+        traceExc(2007, "stapi_krv_gwytok.verifyGatewayToken(&gwTokPtr=%p) Gateway token not found - findRc=%d\n",
+            static_cast<void*>(gwTokPtr), findRc);
+    } else if (currentPid != gwTokPtr->owningPid) {
+        gwyTokRc = KRVSTAT_PID_MISMATCH;
+        traceExc(2032, "stapi_krv_gwytok.verifyGatewayToken PID mismatch: currentPid=%d, owningPid=%d\n",
+            static_cast<int>(currentPid), static_cast<int>(gwTokPtr->owningPid));
+    } else if (!compareTids(currentTid, gwTokPtr->owningTid)) {
+        gwyTokRc = KRVSTAT_TID_MISMATCH;
+        traceExc(2033, "stapi_krv_gwytok.verifyGatewayToken TID mismatch: currentTid=%d, owningTid=%d\n",
+            static_cast<int>(currentTid), static_cast<int>(gwTokPtr->owningTid));
+    }
+    releaseLock(&gtlLock);
+
+    traceExit(2008, "stapi_krv_gwytok.verifyGatewayToken(&gwTokPtr=%p) rc=%d\n", static_cast<void*>(gwTokPtr),
+        gwyTokRc);
+    return gwyTokRc;
+}
+
+int deleteGatewayToken(KRV_GatewayToken_t* gwTokPtr, int lockRequired)
+{
+    traceEntry(2009, "stapi_krv_gwytok.deleteGatewayToken(&gwTokPtr=%p, lockRequired=%d)\n",
+        static_cast<void*>(gwTokPtr), lockRequired);
+    int gwyTokRc = KRVSTAT_OK;
+    if (!gwTokPtr) {
+        gwyTokRc = KRVSTAT_NULL_GATEWAY_TOKEN_POINTER;
+    } else if (!*gwTokPtr) {
+        gwyTokRc = KRVSTAT_NULL_GATEWAY_TOKEN;
+    } else {
+        const bool takesLock = lockRequired == GTL_LOCK_REQUIRED;
+        Internal_GatewayToken_t* token = *gwTokPtr;
+        Internal_GatewayToken_t* parent = nullptr;
+        if (takesLock) {
+            requestLock(&gtlLock);
+            if (findGatewayToken(token, &parent) != GTL_TOKEN_FOUND) gwyTokRc = KRVSTAT_GATEWAY_TOKEN_NOT_FOUND;
+        }
+        if (gwyTokRc == KRVSTAT_OK) {
+            emptyToken(token);
+            unlinkToken(token, parent);
+            traceDebug(2010, "stapi_krv_gwytok.deleteGatewayToken(&gwTokPtr=%p) Free gateway token(%p) \n",
+                static_cast<void*>(gwTokPtr), static_cast<void*>(token));
+            const volatile uintptr_t freed = reinterpret_cast<uintptr_t>(token); // volatile: only a number from here on
+            free(token);
+            traceDebug(2011, "stapi_krv_gwytok.deleteGatewayToken(&gwTokPtr=%p) Freed gateway token(%p) \n",
+                static_cast<void*>(gwTokPtr), reinterpret_cast<void*>(freed));
+        }
+        if (takesLock) releaseLock(&gtlLock);
+    }
+    traceExit(2012, "stapi_krv_gwytok.deleteGatewayToken(&gwTokPtr=%p, lockRequired=%d) rc=%d\n",
+        static_cast<void*>(gwTokPtr), lockRequired, gwyTokRc);
+    return gwyTokRc;
+}
+
+int deleteGatewayTokens()
+{
+    traceEntry(2013, "stapi_krv_gwytok.deleteGatewayTokens()\n");
+    int gwyTokRc = KRVSTAT_OK;
+    int deleted = 0;
+
+    requestLock(&gtlLock);
+    if (!gtListHeadPtr) gwyTokRc = GTL_NOTHING_TO_DO;
+    for (Internal_GatewayToken_t* indexToken = gtListHeadPtr; indexToken && deleted < GTL_RUNAWAY_LIMIT; ++deleted) {
+        char text[FORMATTED_TOKEN_SIZE];
+        formatGatewayToken(indexToken, text);
+        traceEvent(2034, "stapi_krv_gwytok.deleteGatewayTokens(indexToken=%p) GTL entry %4.4d: %s\n",
+            static_cast<void*>(indexToken), deleted, text);
+        Internal_GatewayToken_t* next = indexToken->nextGwyTokPtr;
+        deleteGatewayToken(&indexToken, GTL_LOCK_HELD);
+        indexToken = next;
+    }
+    if (deleted == GTL_RUNAWAY_LIMIT) {
+        gwyTokRc = GTL_RUNAWAY;
+        traceExc(2014, "stapi_krv_gwytok.deleteGatewayTokens() GTL iteration has hit RUNAWAY limit %d.....\n",
+            GTL_RUNAWAY_LIMIT);
+    }
+    releaseLock(&gtlLock);
+
+    traceExit(2015, "stapi_krv_gwytok.deleteGatewayTokens() Entries deleted=%d rc=%d\n", deleted, gwyTokRc);
+    return gwyTokRc;
+}
+
+int formatGatewayToken(Internal_GatewayToken_t* gwTokPtr, char* formattedToken)
+{
+    if (!formattedToken) {
+        traceExc(2035,
+            "stapi_krv_gwytok.formatGatewayToken(gwTokPtr=%p, formattedToken=%p) function received a null parameter\n",
+            static_cast<void*>(gwTokPtr), static_cast<void*>(formattedToken));
+        return KRVSTAT_NULL_BUFFER;
+    }
+    if (!gwTokPtr) {
+        strcpy(formattedToken, "GatwayToken(NULL)");
+        return KRVSTAT_OK;
+    }
+    snprintf(formattedToken, FORMATTED_TOKEN_SIZE,
+        "GatwayToken(%p) eyecatcher(%8.8s) port(%d) connStatus(%d) socket(%d) connRSToken(%p) resultSetBuf(%p) "
+        "owningPid(%8.8X) owningTid(%8.8X) nextGwyTokPtr(%p)",
+        static_cast<void*>(gwTokPtr), gwTokPtr->eyecatcher, static_cast<int>(gwTokPtr->portNumber),
+        gwTokPtr->connStatus, gwTokPtr->socketDescriptor, static_cast<void*>(gwTokPtr->connRSPtr),
+        static_cast<void*>(gwTokPtr->resultSetBuf), static_cast<unsigned int>(gwTokPtr->owningPid),
+        static_cast<unsigned int>(gwTokPtr->owningTid), static_cast<void*>(gwTokPtr->nextGwyTokPtr));
+    return KRVSTAT_OK;
+}
+
+int dumpGatewayTokens()
+{
+    traceEntry(2016, "stapi_krv_gwytok.dumpGatewayTokens()\n");
+    int gwyTokRc = KRVSTAT_OK;
+    int shown = 0;
+
+    requestLock(&gtlLock);
+    fprintf(traceStream(), "Gateway Token List dump\n");
+    writeTraceRule();
+    if (!gtListHeadPtr) {
+        fprintf(traceStream(), "The Gateway Token List is EMPTY\n");
+        gwyTokRc = GTL_NOTHING_TO_DO;
+    } else {
+        for (Internal_GatewayToken_t* token = gtListHeadPtr; token && shown < GTL_RUNAWAY_LIMIT;
+             token = token->nextGwyTokPtr) {
+            dumpToken(++shown, token);
+        }
+        fprintf(traceStream(), "Total number of Gateway Token List entries=%d\n", shown);
+    }
+    writeTraceRule();
+    fflush(traceStream());
+    if (shown == GTL_RUNAWAY_LIMIT) {
+        gwyTokRc = GTL_RUNAWAY;
+        traceExc(2017,
+            "stapi_krv_gwytok.dumpGatewayTokens() Gateway Token List iteration has hit RUNAWAY limit %d.....\n",
+            GTL_RUNAWAY_LIMIT);
+    }
+    releaseLock(&gtlLock);
+
+    traceExit(2018, "stapi_krv_gwytok.dumpGatewayTokens() rc=%d\n", gwyTokRc);
+    return gwyTokRc;
+}
+
+int chainGatewayToken(Internal_GatewayToken_t* newToken)
+{
+    traceEntry(2019, "stapi_krv_gwytok.chainGatewayToken(newToken=%p)\n", static_cast<void*>(newToken));
+    int gwyTokRc = KRVSTAT_OK;
+    if (!newToken) {
+        gwyTokRc = KRVSTAT_NULL_GATEWAY_TOKEN_POINTER;
+        traceExc(2021, "stapi_krv_gwytok.chainGatewayToken() Chain request was for a null token\n");
+    } else {
+        requestLock(&gtlLock);
+        if (!gtListHeadPtr) {
+            gtListHeadPtr = newToken;
+            gtListTailPtr = newToken;
+        } else if (gtListTailPtr) {
+            gtListTailPtr->nextGwyTokPtr = newToken;
+            gtListTailPtr = newToken;
+        } else {
+            gwyTokRc = KRVSTAT_GTL_CORRUPT;
+            traceExc(2020, "stapi_krv_gwytok.chainGatewayToken() GTL state is corrupt - head(%p) tail (%p)\n",
+                static_cast<void*>(gtListHeadPtr), static_cast<void*>(gtListTailPtr));
+        }
+        releaseLock(&gtlLock);
+    }
+    traceExit(2022, "stapi_krv_gwytok.chainGatewayToken(newToken=%p) rc=%d\n", static_cast<void*>(newToken), gwyTokRc);
+    return gwyTokRc;
+}
+
+int findGatewayToken(Internal_GatewayToken_t* targetToken, Internal_GatewayToken_t** parentTokenPtrPtr)
+{
+    traceEntry(2023, "stapi_krv_gwytok.findGatewayToken(targetToken=%p, &parentTokenPtr=%p)\n",
+        static_cast<void*>(targetToken), static_cast<void*>(parentTokenPtrPtr));
+    int findRc = GTL_TOKEN_NOT_FOUND;
+    Internal_GatewayToken_t* parent = nullptr;
+
+    if (!targetToken) {
+        findRc = GTL_NULL_TARGET;
+        traceExc(2028, "stapi_krv_gwytok.findGatewayToken() Target was a null token\n");
+    } else if (!gtListHeadPtr) {
+        findRc = GTL_EMPTY;
+        // The same words as for a damaged list.
+        traceExc(2027, "stapi_krv_gwytok.findGatewayToken() GTL state is corrupt - head(%p) tail (%p)\n",
+            static_cast<void*>(gtListHeadPtr), static_cast<void*>(gtListTailPtr));
+    } else {
+        int count = 0;
+        Internal_GatewayToken_t* current = gtListHeadPtr;
+        if (current == targetToken) findRc = GTL_TOKEN_FOUND;
+        while (findRc != GTL_TOKEN_FOUND && current->nextGwyTokPtr && count < GTL_RUNAWAY_LIMIT) {
+            if (current->nextGwyTokPtr == targetToken) {
+                findRc = GTL_TOKEN_FOUND;
+                parent = current;
+            } else {
+                current = current->nextGwyTokPtr;
+                ++count;
+            }
+        }
+
+        if (findRc == GTL_TOKEN_FOUND) {
+            if (parentTokenPtrPtr) *parentTokenPtrPtr = parent;
+            traceDebug(2026, "stapi_krv_gwytok.findGatewayToken() Target token found at GTL Entry(%d)\n", count);
+        } else if (count == GTL_RUNAWAY_LIMIT) {
+            findRc = GTL_RUNAWAY;
+            traceExc(2024, "stapi_krv_gwytok.findGatewayToken() GTL iteration has hit RUNAWAY limit %d.....\n",
+                GTL_RUNAWAY_LIMIT);
+        } else {
+            traceDebug(2025,
+                "stapi_krv_gwytok.findGatewayToken() Target token not found. GTL entries(%d) head(%p) last(%p)\n",
+                count, static_cast<void*>(gtListHeadPtr), static_cast<void*>(current));
+        }
+    }
+    traceExit(2029, "stapi_krv_gwytok.findGatewayToken(targetToken=%p, &parentTokenPtr=%p) rc=%d\n",
+        static_cast<void*>(targetToken), static_cast<void*>(parentTokenPtrPtr), findRc);
+    return findRc;
+}
