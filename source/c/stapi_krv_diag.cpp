@@ -13,6 +13,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <sched.h>
 #include <unistd.h>
 
 #include "stapi_krv_version.h"
@@ -120,6 +121,10 @@ void writeSharedLine(int tracePoint, const char* kind, const char* message, ...)
     va_end(arguments);
 }
 
+// Writers that do not hold traceLock, and a switch of the destination that waits for them.
+int pins = 0;
+int switching = 0;
+
 // Where the data of a dump ends: after a length, or at a stop word when the length is 0.
 bool endsAt(const unsigned char* at, int offset, unsigned int dataLen, unsigned int stopWord)
 {
@@ -137,6 +142,37 @@ FILE* traceStream()
     return stream ? stream : stderr;
 }
 
+void pinTraceDestination()
+{
+    for (;;) {
+        __atomic_add_fetch(&pins, 1, __ATOMIC_SEQ_CST);
+        if (!__atomic_load_n(&switching, __ATOMIC_SEQ_CST)) return;
+        unpinTraceDestination();
+        while (__atomic_load_n(&switching, __ATOMIC_SEQ_CST)) sched_yield();
+    }
+}
+
+void unpinTraceDestination()
+{
+    __atomic_sub_fetch(&pins, 1, __ATOMIC_SEQ_CST);
+}
+
+const char* traceDestination()
+{
+    return statAPITraceFilename ? statAPITraceFilename : defaultTraceFilename;
+}
+
+void changeTraceDestination(FILE* stream, const char* name)
+{
+    __atomic_store_n(&switching, 1, __ATOMIC_SEQ_CST);
+    while (__atomic_load_n(&pins, __ATOMIC_SEQ_CST) != 0) sched_yield();
+    FILE* const previous = traceStream();
+    __atomic_store_n(&statAPITraceHandle, stream, __ATOMIC_RELEASE);
+    snprintf(statAPITraceFilename, TRACE_FILENAME_SIZE, "%s", name);
+    __atomic_store_n(&switching, 0, __ATOMIC_SEQ_CST);
+    if (previous != stderr) fclose(previous);
+}
+
 void writeTraceRule()
 {
     FILE* stream = traceStream();
@@ -147,7 +183,7 @@ void writeTraceRule()
 void copyTraceDestination(char name[TRACE_FILENAME_SIZE])
 {
     requestLock(&traceLock);
-    snprintf(name, TRACE_FILENAME_SIZE, "%s", statAPITraceFilename ? statAPITraceFilename : defaultTraceFilename);
+    snprintf(name, TRACE_FILENAME_SIZE, "%s", traceDestination());
     releaseLock(&traceLock);
 }
 
@@ -187,7 +223,9 @@ void writeTraceLineUnlocked(int tracePoint, const char* kind, const char* messag
     getTimestamp(when);
     va_list arguments;
     va_start(arguments, message);
+    pinTraceDestination();
     printLine(&format, when, getpid(), narrowTid(pthread_self()), tracePoint, kind, arguments);
+    unpinTraceDestination();
     va_end(arguments);
     errno = callersErrno;
 }

@@ -335,6 +335,7 @@ int dumpGatewayTokens()
     int shown = 0;
 
     requestLock(&gtlLock);
+    pinTraceDestination();
     fprintf(traceStream(), "Gateway Token List dump\n");
     writeTraceRule();
     if (!gtListHeadPtr) {
@@ -349,6 +350,7 @@ int dumpGatewayTokens()
     }
     writeTraceRule();
     fflush(traceStream());
+    unpinTraceDestination();
     if (shown == GTL_RUNAWAY_LIMIT) {
         gwyTokRc = GTL_RUNAWAY;
         traceExc(2017,

@@ -113,15 +113,6 @@ void writeTraceHeader()
 
 enum class Switch { Unchanged, Changed, OpenFailed, NoMemory };
 
-void setTraceDestination(FILE* stream, const char* name)
-{
-    FILE* const previous = traceStream();
-    __atomic_store_n(&statAPITraceHandle, stream, __ATOMIC_RELEASE);
-    snprintf(statAPITraceFilename, TRACE_FILENAME_SIZE, "%s", name);
-    traceHeaderWrite = 0;
-    if (previous != stderr) fclose(previous);
-}
-
 // The caller holds traceLock.
 Switch switchTraceDestination(const char* traceFile, int* openErrno)
 {
@@ -132,7 +123,8 @@ Switch switchTraceDestination(const char* traceFile, int* openErrno)
     }
     if (!traceFile) {
         if (traceStream() == stderr) return Switch::Unchanged;
-        setTraceDestination(stderr, defaultTraceFilename);
+        changeTraceDestination(stderr, defaultTraceFilename);
+        traceHeaderWrite = 0;
         return Switch::Changed;
     }
     FILE* stream = fopen(traceFile, "a");
@@ -140,7 +132,8 @@ Switch switchTraceDestination(const char* traceFile, int* openErrno)
         *openErrno = errno;
         return Switch::OpenFailed;
     }
-    setTraceDestination(stream, traceFile);
+    changeTraceDestination(stream, traceFile);
+    traceHeaderWrite = 0;
     return Switch::Changed;
 }
 
@@ -1072,11 +1065,11 @@ int dumpState()
     const int krvStatRc = stapiInit();
     traceEntryWithPreviousTimestamp(1106, "API.dumpState()\n");
     if (krvStatRc == KRVSTAT_OK) {
-        char destination[TRACE_FILENAME_SIZE];
-        copyTraceDestination(destination);
+        pinTraceDestination();
         fprintf(traceStream(), "krvstats state dump: API Version=%s Trace Level=%d statAPITraceFile=%s\n", API_VERSION,
-            currentLevel(), destination);
+            currentLevel(), traceDestination());
         fflush(traceStream());
+        unpinTraceDestination();
         dumpGatewayTokens();
     }
     traceExit(1107, "API.dumpState() rc=%d\n", krvStatRc);

@@ -545,8 +545,10 @@ int readFromSocket(int socketDesc, int dataSize, char* dataBuf)
                 socketDesc, dataSize, static_cast<void*>(dataBuf), static_cast<int>(readData), total);
             if (readData < 1) {
                 // An orderly close leaves errno as it was: where that is 0, the message must still not pass for whole.
-                rc = errno != 0 ? errno : -1;
-                traceExc(3242, "stapi_krv_socketcomms.readFromSocket read returned an error code: errno=%d\n", rc);
+                const int readErrno = errno;
+                rc = readErrno != 0 ? readErrno : -1;
+                traceExc(
+                    3242, "stapi_krv_socketcomms.readFromSocket read returned an error code: errno=%d\n", readErrno);
             }
         }
         traceData(3243, "stapi_krv_socketcomms.readFromSocket data=%p len=%d stopword=%8.8X\n", dataBuf, total, 0u, 0);

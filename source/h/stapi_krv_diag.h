@@ -86,8 +86,21 @@ int writeStorageLineChar(void* startAddr, int width, unsigned int dataLen, unsig
 
 #define TRACE_FORMAT(messageIndex) __attribute__((format(printf, messageIndex, messageIndex + 1)))
 
-/* The stream that lines go to: the destination, or standard error before there is one. */
+/* The stream that lines go to: the destination, or standard error before there is one. It stays open for who holds
+ * traceLock or a pin. */
 FILE* traceStream(void);
+
+/* Keep the destination, its stream and its name, from being switched: for writers that do not hold traceLock. Between
+ * the two calls nothing may write a trace line or ask for traceLock, whose holder may be waiting for the pin. */
+void pinTraceDestination(void);
+void unpinTraceDestination(void);
+
+/* The name of the present destination. The caller holds traceLock or a pin. */
+const char* traceDestination(void);
+
+/* Makes the stream and its name the destination and closes the one before, unless that is standard error. Waits for
+ * pins. The caller holds traceLock, and statAPITraceFilename is allocated. */
+void changeTraceDestination(FILE* stream, const char* name);
 
 /* A line of 80 "-", as dumps are framed with. */
 void writeTraceRule(void);
