@@ -786,13 +786,14 @@ int checkCopyArguments(Internal_ResultSetToken_t* srcRs, KRV_ResultSetToken_t* t
     return checkOwner(srcRs);
 }
 
-// Puts the terminator, or the part of it that is missing, into the room behind the copied bytes: a set may end in a
-// terminator that straddles the stated length or stands right behind it.
+// A set may end in a terminator that straddles the stated length or stands right behind it: puts what is missing of it
+// into the room behind the copied bytes. A set that ends inside needs nothing.
 void completeTerminator(char* buffer, size_t length)
 {
     const int32_t word = RESULT_SET_TERMINATOR;
     char terminator[sizeof word];
     memcpy(terminator, &word, sizeof word);
+    if (memmem(buffer, length, terminator, sizeof word)) return;
     size_t there = length < sizeof word - 1 ? length : sizeof word - 1;
     while (there > 0 && memcmp(buffer + length - there, terminator, there) != 0) --there;
     memcpy(buffer + length, terminator + there, sizeof word - there);
@@ -951,6 +952,7 @@ int setAPITraceFile(char* traceFile)
         const Switch result = switchTraceDestination(traceFile, &openErrno);
         if (currentLevel() > 0 && traceHeaderWrite == 0) {
             writeTraceHeader();
+            fflush(traceStream());
             traceHeaderWrite = 1;
         }
         releaseLock(&traceLock);

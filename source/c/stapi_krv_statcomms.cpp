@@ -117,7 +117,6 @@ int storeProtocolVersion(const AdminRequest* request, char* protocolVersion)
     }
     memcpy(protocolVersion, text, static_cast<size_t>(protocolVerLength));
     protocolVersion[protocolVerLength] = '\0';
-    traceDebug(2202, "stapi_krv_statcomms.statProtocolVer Successfully got the protocol version from the Gateway\n");
     return 0;
 }
 
@@ -545,7 +544,11 @@ int statProtocolVer(Internal_GatewayToken_t* gwTokPtr, ReasonCodes* reasons)
         setCallLength(&request, calculateGetAttrCallLength(request));
         rc = flowAdminRequest(gwTokPtr->socketDescriptor, &request, reasons);
     }
-    if (rc == 0) rc = storeProtocolVersion(&request, gwTokPtr->protocolVersion);
+    if (rc == 0) {
+        traceDebug(
+            2202, "stapi_krv_statcomms.statProtocolVer Successfully got the protocol version from the Gateway\n");
+        rc = storeProtocolVersion(&request, gwTokPtr->protocolVersion);
+    }
     if (request.callData) {
         traceDebug(2242, "stapi_krv_statcomms.statProtocolVer Free request callData %p\n",
             static_cast<void*>(request.callData));

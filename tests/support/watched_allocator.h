@@ -1,0 +1,172 @@
+// Watches the allocations of the calling thread that have a certain size: counts them, lets chosen ones fail, makes
+// them larger than asked for, and knows which blocks are still there.
+//
+// A program that defines malloc is asked first, also by the shared library. Include this in exactly one source file of
+// a program, and assert failed(): a failure that was never met proves nothing.
+#pragma once
+
+#include <cerrno>
+#include <cstddef>
+
+#include <dlfcn.h>
+
+// A sanitizer's start-up allocates before instrumented code may run.
+#define KRVTEST_UNINSTRUMENTED \
+    __attribute__((no_sanitize("address"), no_sanitize("undefined"), no_sanitize("thread")))
+
+// Where a sanitizer is at work, the allocator behind this one is its own.
+extern "C" {
+__attribute__((weak)) void* __interceptor_malloc(std::size_t);
+__attribute__((weak)) void* __interceptor_calloc(std::size_t, std::size_t);
+__attribute__((weak)) void* __interceptor_realloc(void*, std::size_t);
+__attribute__((weak)) void __interceptor_free(void*);
+}
+
+namespace krvtest {
+
+struct WatchedAllocations {
+    static constexpr int most = 256;
+
+    std::size_t leastSize = 0; // 0: nothing is watched
+    std::size_t mostSize = 0;
+    int failFrom = -1; // number of the first request that fails, from 0
+    int failFor = 0;   // how many fail from there
+    std::size_t extra = 0;
+
+    int requests = 0;
+    int failures = 0;
+    std::size_t sizes[most] = {}; // as they were asked for
+    void* blocks[most] = {};      // those still there; nullptr where one was freed
+};
+
+inline constinit thread_local WatchedAllocations watchedAllocations;
+
+KRVTEST_UNINSTRUMENTED inline bool watches(std::size_t size)
+{
+    const WatchedAllocations& watched = watchedAllocations;
+    return watched.leastSize > 0 && size >= watched.leastSize && size <= watched.mostSize
+        && watched.requests < WatchedAllocations::most;
+}
+
+// Counts a request; tells whether it is to fail.
+KRVTEST_UNINSTRUMENTED inline bool countsAndFails(std::size_t size)
+{
+    WatchedAllocations& watched = watchedAllocations;
+    watched.sizes[watched.requests] = size;
+    int number = watched.requests++;
+    bool fails = watched.failFrom >= 0 && number >= watched.failFrom && number < watched.failFrom + watched.failFor;
+    if (fails) {
+        watched.failures++;
+        errno = ENOMEM;
+    }
+    return fails;
+}
+
+KRVTEST_UNINSTRUMENTED inline void* noteBlock(void* block)
+{
+    WatchedAllocations& watched = watchedAllocations;
+    if (block) watched.blocks[watched.requests - 1] = block;
+    return block;
+}
+
+KRVTEST_UNINSTRUMENTED inline void forgetBlock(const void* block)
+{
+    WatchedAllocations& watched = watchedAllocations;
+    if (watched.leastSize == 0 || !block) return;
+    for (int i = 0; i < watched.requests; i++)
+        if (watched.blocks[i] == block) watched.blocks[i] = nullptr;
+}
+
+template <typename Function> KRVTEST_UNINSTRUMENTED Function realCall(Function sanitizers, const char* name)
+{
+    return sanitizers ? sanitizers : reinterpret_cast<Function>(dlsym(RTLD_NEXT, name));
+}
+
+// Watches requests of leastSize to mostSize bytes as long as it lives.
+class AllocationWatch {
+public:
+    AllocationWatch(std::size_t leastSize, std::size_t mostSize)
+    {
+        watchedAllocations = WatchedAllocations{};
+        watchedAllocations.mostSize = mostSize;
+        watchedAllocations.leastSize = leastSize;
+    }
+    ~AllocationWatch() { watchedAllocations = WatchedAllocations{}; }
+    AllocationWatch(const AllocationWatch&) = delete;
+    AllocationWatch& operator=(const AllocationWatch&) = delete;
+
+    // The given request and those behind it, `count` in all, fail.
+    void fail(int from, int count)
+    {
+        watchedAllocations.failFrom = from;
+        watchedAllocations.failFor = count;
+    }
+    void enlarge(std::size_t extra) { watchedAllocations.extra = extra; }
+
+    int requests() const { return watchedAllocations.requests; }
+    int failures() const { return watchedAllocations.failures; }
+    std::size_t size(int number) const { return watchedAllocations.sizes[number]; }
+    int blocksLeft() const
+    {
+        int left = 0;
+        for (const void* block : watchedAllocations.blocks) left += block != nullptr;
+        return left;
+    }
+};
+
+} // namespace krvtest
+
+extern "C" {
+
+KRVTEST_UNINSTRUMENTED void* malloc(std::size_t size) noexcept
+{
+    using Malloc = void* (*)(std::size_t);
+    static Malloc real = nullptr;
+    if (!real) real = krvtest::realCall<Malloc>(__interceptor_malloc, "malloc");
+    if (!krvtest::watches(size)) return real(size);
+    if (krvtest::countsAndFails(size)) return nullptr;
+    return krvtest::noteBlock(real(size + krvtest::watchedAllocations.extra));
+}
+
+KRVTEST_UNINSTRUMENTED void* calloc(std::size_t count, std::size_t size) noexcept
+{
+    using Calloc = void* (*)(std::size_t, std::size_t);
+    static Calloc real = nullptr;
+    if (!real) real = krvtest::realCall<Calloc>(__interceptor_calloc, "calloc");
+    if (!krvtest::watches(count * size)) return real(count, size);
+    if (krvtest::countsAndFails(count * size)) return nullptr;
+    return krvtest::noteBlock(real(1, count * size + krvtest::watchedAllocations.extra));
+}
+
+KRVTEST_UNINSTRUMENTED void* realloc(void* block, std::size_t size) noexcept
+{
+    using Realloc = void* (*)(void*, std::size_t);
+    static Realloc real = nullptr;
+    if (!real) real = krvtest::realCall<Realloc>(__interceptor_realloc, "realloc");
+    if (!krvtest::watches(size)) return real(block, size);
+    if (krvtest::countsAndFails(size)) return nullptr;
+    krvtest::forgetBlock(block);
+    return krvtest::noteBlock(real(block, size + krvtest::watchedAllocations.extra));
+}
+
+KRVTEST_UNINSTRUMENTED void free(void* block) noexcept
+{
+    using Free = void (*)(void*);
+    static Free real = nullptr;
+    static bool looking = false;
+    static void* postponed = nullptr;
+    if (looking) { // dlsym gives back the text of an earlier error
+        postponed = block;
+        return;
+    }
+    if (!real) {
+        looking = true;
+        real = krvtest::realCall<Free>(__interceptor_free, "free");
+        looking = false;
+        real(postponed);
+    }
+    krvtest::forgetBlock(block);
+    real(block);
+}
+
+} // extern "C"
