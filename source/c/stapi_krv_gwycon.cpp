@@ -18,6 +18,8 @@
 #include <unistd.h>
 
 #include "krvstats.h"
+#include "stapi_krv_calls.h"
+#include "stapi_krv_deadline.h"
 #include "stapi_krv_descriptorset.h"
 #include "stapi_krv_diag.h"
 #include "stapi_krv_socketcomms.h"
@@ -54,7 +56,9 @@ int makeSocket(const addrinfo* address, int* socketDescriptorPtr, int* sockError
 {
     traceDebug(3013, "stapi_krv_gwycon.connectToGateway Creating socket for family %d, type %d, protocol %d\n",
         address->ai_family, address->ai_socktype, address->ai_protocol);
-    *socketDescriptorPtr = socket(address->ai_family, address->ai_socktype, address->ai_protocol);
+    // Another thread that wants to interrupt the call looks here for a socket to shut down.
+    __atomic_store_n(socketDescriptorPtr, socket(address->ai_family, address->ai_socktype, address->ai_protocol),
+        __ATOMIC_SEQ_CST);
     if (*socketDescriptorPtr < 0) {
         *sockError = errno;
         traceExc(3001, "stapi_krv_gwycon.connectToGateway() Unable to create a socket: %s(%d)\n", strerror(*sockError),
@@ -87,7 +91,7 @@ int dial(const addrinfo* address, const char* hostname, int port, int* socketDes
 {
     int connectRc = connect(*socketDescriptorPtr, address->ai_addr, address->ai_addrlen);
     *sockError = errno;
-    if (connectRc == -1 && *sockError == EINPROGRESS) {
+    if (connectRc == -1 && *sockError == EINPROGRESS && !callIsInterrupted()) {
         traceDebug(3018, "stapi_krv_gwycon.connectToGateway() Waiting for connect to complete\n");
         connectRc = waitForConnection(socketDescriptorPtr, sockError);
     }
@@ -220,6 +224,7 @@ int waitForConnection(int* socketDescriptorPtr, int* sockError)
         int rc;
         int selectErrno;
         for (;;) {
+            limitWait(&connTimeOut);
             traceDebug(3014, "stapi_krv_gwycon.waitForConnection Calling select() on socketdescriptor %d\n", descriptor);
             rc = select(descriptor + 1, nullptr, asFdSet(&fdsWr), asFdSet(&fdsEx), &connTimeOut);
             selectErrno = errno;

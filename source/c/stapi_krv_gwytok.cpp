@@ -2,7 +2,9 @@
 //
 // A handle from the application is never looked into before it was found on this list. The list is singly linked, tokens
 // are appended at the tail, and no walk takes more than GTL_RUNAWAY_LIMIT steps, so that a damaged list cannot hang it.
-// Threads: gtlLock guards the two ends and every link; the other fields of a token belong to the thread that made it.
+// Threads: gtlLock guards the two ends and every link, and is never held while the gateway is talked to. The other fields
+// of a token belong to the thread that made it; those that a dump or an interruption by another thread looks at are read
+// and written as atomics.
 
 #include "stapi_krv_gwytok.h"
 
@@ -10,6 +12,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "stapi_krv_deadline.h"
 #include "stapi_krv_diag.h"
 #include "stapi_krv_gwycon.h"
 #include "stapi_krv_resultsetbuffer.h"
@@ -30,6 +33,11 @@ constexpr int TOKEN_SIZE = static_cast<int>(sizeof(Internal_GatewayToken_t));
 const char* orNull(const char* text)
 {
     return text ? text : "NULL";
+}
+
+void setStatus(Internal_GatewayToken_t* token, int32_t connStatus)
+{
+    __atomic_store_n(&token->connStatus, connStatus, __ATOMIC_RELAXED);
 }
 
 // Gives back a token that is not on the list and has no socket.
@@ -105,7 +113,7 @@ void emptyToken(Internal_GatewayToken_t* token)
 {
     if (token->socketDescriptor >= 0) {
         const int closeRc = closeConnection(&token->socketDescriptor);
-        token->connStatus = closeRc == 0 ? CONNECTION_CLOSED : CONNECTION_CLOSE_FAILED;
+        setStatus(token, closeRc == 0 ? CONNECTION_CLOSED : CONNECTION_CLOSE_FAILED);
     }
     const int resultSetRc = deleteResultSet(&token->connRSPtr);
     if (resultSetRc != KRVSTAT_OK) {
@@ -132,16 +140,168 @@ void unlinkToken(Internal_GatewayToken_t* token, Internal_GatewayToken_t* parent
     if (!parent->nextGwyTokPtr) gtListTailPtr = parent;
 }
 
+// Ends a token that is off the list and that no call uses.
+void destroyToken(const KRV_GatewayToken_t* gwTokPtr, Internal_GatewayToken_t* token)
+{
+    emptyToken(token);
+    traceDebug(2010, "stapi_krv_gwytok.deleteGatewayToken(&gwTokPtr=%p) Free gateway token(%p) \n",
+        static_cast<const void*>(gwTokPtr), static_cast<void*>(token));
+    const volatile uintptr_t freed = reinterpret_cast<uintptr_t>(token); // volatile: only a number from here on
+    free(token);
+    traceDebug(2011, "stapi_krv_gwytok.deleteGatewayToken(&gwTokPtr=%p) Freed gateway token(%p) \n",
+        static_cast<const void*>(gwTokPtr), reinterpret_cast<void*>(freed));
+}
+
+// Takes the token off the list. True if it is the caller's to destroy; false if a call in progress will do it. The
+// caller holds gtlLock.
+bool removeToken(Internal_GatewayToken_t* token, Internal_GatewayToken_t* parent)
+{
+    unlinkToken(token, parent);
+    return !abandonToken(token);
+}
+
+// The body of deleteGatewayToken for a token that is not NULL.
+int deleteToken(const KRV_GatewayToken_t* gwTokPtr, Internal_GatewayToken_t* token, int lockRequired)
+{
+    if (lockRequired != GTL_LOCK_REQUIRED) {
+        if (removeToken(token, nullptr)) destroyToken(gwTokPtr, token);
+        return KRVSTAT_OK;
+    }
+    Internal_GatewayToken_t* parent = nullptr;
+    bool ours = false;
+    if (!requestLockInTime(&gtlLock)) return KRVSTAT_GATEWAY_PROTOCOL_ERROR;
+    const bool found = findGatewayToken(token, &parent) == GTL_TOKEN_FOUND;
+    if (found) ours = removeToken(token, parent);
+    releaseLock(&gtlLock);
+    if (!found) return KRVSTAT_GATEWAY_TOKEN_NOT_FOUND;
+    if (ours) destroyToken(gwTokPtr, token);
+    return KRVSTAT_OK;
+}
+
+// Appends the token, marked busy if slotPtr is not NULL. The caller holds gtlLock.
+int appendToken(Internal_GatewayToken_t* newToken, CallSlot** slotPtr)
+{
+    if (gtListHeadPtr && !gtListTailPtr) {
+        traceExc(2020, "stapi_krv_gwytok.chainGatewayToken() GTL state is corrupt - head(%p) tail (%p)\n",
+            static_cast<void*>(gtListHeadPtr), static_cast<void*>(gtListTailPtr));
+        return KRVSTAT_GTL_CORRUPT;
+    }
+    if (slotPtr) {
+        *slotPtr = enterCall(newToken);
+        if (!*slotPtr) return KRVSTAT_OUT_OF_MEMORY;
+    }
+    if (gtListHeadPtr) {
+        gtListTailPtr->nextGwyTokPtr = newToken;
+    } else {
+        gtListHeadPtr = newToken;
+    }
+    gtListTailPtr = newToken;
+    return KRVSTAT_OK;
+}
+
+int chainToken(Internal_GatewayToken_t* newToken, CallSlot** slotPtr)
+{
+    traceEntry(2019, "stapi_krv_gwytok.chainGatewayToken(newToken=%p)\n", static_cast<void*>(newToken));
+    int gwyTokRc = KRVSTAT_OK;
+    if (!newToken) {
+        gwyTokRc = KRVSTAT_NULL_GATEWAY_TOKEN_POINTER;
+        traceExc(2021, "stapi_krv_gwytok.chainGatewayToken() Chain request was for a null token\n");
+    } else if (!requestLockInTime(&gtlLock)) {
+        gwyTokRc = KRVSTAT_CONNECT_TIMEOUT;
+    } else {
+        gwyTokRc = appendToken(newToken, slotPtr);
+        releaseLock(&gtlLock);
+    }
+    traceExit(2022, "stapi_krv_gwytok.chainGatewayToken(newToken=%p) rc=%d\n", static_cast<void*>(newToken), gwyTokRc);
+    return gwyTokRc;
+}
+
+// The body of verifyGatewayToken; a token that passes is marked busy if slotPtr is not NULL. The caller holds gtlLock.
+int checkToken(Internal_GatewayToken_t* gwTokPtr, CallSlot** slotPtr)
+{
+    ProcessId currentPid;
+    ThreadId currentTid;
+    getPidTid(&currentPid, &currentTid);
+    const int findRc = findGatewayToken(gwTokPtr, nullptr);
+    if (findRc != GTL_TOKEN_FOUND) {
+        traceExc(2007, "stapi_krv_gwytok.verifyGatewayToken(&gwTokPtr=%p) Gateway token not found - findRc=%d\n",
+            static_cast<void*>(gwTokPtr), findRc);
+        return KRVSTAT_GATEWAY_TOKEN_NOT_FOUND;
+    }
+    if (currentPid != gwTokPtr->owningPid) {
+        traceExc(2032, "stapi_krv_gwytok.verifyGatewayToken PID mismatch: currentPid=%d, owningPid=%d\n",
+            static_cast<int>(currentPid), static_cast<int>(gwTokPtr->owningPid));
+        return KRVSTAT_PID_MISMATCH;
+    }
+    if (!compareTids(currentTid, gwTokPtr->owningTid)) {
+        traceExc(2033, "stapi_krv_gwytok.verifyGatewayToken TID mismatch: currentTid=%d, owningTid=%d\n",
+            static_cast<int>(currentTid), static_cast<int>(gwTokPtr->owningTid));
+        return KRVSTAT_TID_MISMATCH;
+    }
+    if (slotPtr) {
+        *slotPtr = enterCall(gwTokPtr);
+        if (!*slotPtr) return KRVSTAT_OUT_OF_MEMORY;
+    }
+    return KRVSTAT_OK;
+}
+
+int verifyToken(Internal_GatewayToken_t* gwTokPtr, CallSlot** slotPtr)
+{
+    traceEntry(2006, "stapi_krv_gwytok.verifyGatewayToken(&gwTokPtr=%p)\n", static_cast<void*>(gwTokPtr));
+    int gwyTokRc = KRVSTAT_GATEWAY_PROTOCOL_ERROR;
+    if (requestLockInTime(&gtlLock)) {
+        gwyTokRc = checkToken(gwTokPtr, slotPtr);
+        releaseLock(&gtlLock);
+    }
+    traceExit(2008, "stapi_krv_gwytok.verifyGatewayToken(&gwTokPtr=%p) rc=%d\n", static_cast<void*>(gwTokPtr),
+        gwyTokRc);
+    return gwyTokRc;
+}
+
+// Deletes the head of the list, the deleted'th in a row. False if there is none, or the deadline came first. The lines are
+// those of deleteGatewayToken for a caller that holds the lock, but the lock is given back before the gateway is talked
+// to.
+bool deleteHead(int deleted)
+{
+    if (!requestLockInTime(&gtlLock)) return false;
+    Internal_GatewayToken_t* indexToken = gtListHeadPtr;
+    bool ours = false;
+    if (indexToken) {
+        char text[FORMATTED_TOKEN_SIZE];
+        formatGatewayToken(indexToken, text);
+        traceEvent(2034, "stapi_krv_gwytok.deleteGatewayTokens(indexToken=%p) GTL entry %4.4d: %s\n",
+            static_cast<void*>(indexToken), deleted, text);
+        traceEntry(2009, "stapi_krv_gwytok.deleteGatewayToken(&gwTokPtr=%p, lockRequired=%d)\n",
+            static_cast<void*>(&indexToken), GTL_LOCK_HELD);
+        ours = removeToken(indexToken, nullptr);
+    }
+    releaseLock(&gtlLock);
+    if (!indexToken) return false;
+    if (ours) destroyToken(&indexToken, indexToken);
+    traceExit(2012, "stapi_krv_gwytok.deleteGatewayToken(&gwTokPtr=%p, lockRequired=%d) rc=%d\n",
+        static_cast<void*>(&indexToken), GTL_LOCK_HELD, KRVSTAT_OK);
+    return true;
+}
+
+// Ends the call of an open that failed with the code, and the token with it. Returns the code to go on with.
+int endFailedOpen(KRV_GatewayToken_t* tokenPtr, CallSlot* slot, int gwyTokRc)
+{
+    if (endTokenCall(*tokenPtr, slot) == CALL_ABANDONED) return KRVSTAT_GATEWAY_PROTOCOL_ERROR;
+    deleteGatewayToken(tokenPtr, GTL_LOCK_REQUIRED);
+    return gwyTokRc;
+}
+
 void dumpToken(int entryNumber, Internal_GatewayToken_t* token)
 {
     char text[FORMATTED_TOKEN_SIZE];
     formatGatewayToken(token, text);
     fprintf(traceStream(), "Gateway Token List entry -%4.4d- : %s\n", entryNumber, text);
     const Internal_ResultSetToken_t* resultSet = token->connRSPtr;
-    if (!resultSet) return;
+    if (!resultSet || isBusy(token)) return;
     fprintf(traceStream(), "Dump of ResultSet(%p) owner(%s) buffer(%p) cursor(%p)\n",
         static_cast<const void*>(resultSet), resultSet->owner == RESULT_SET_OWNER_API ? "API" : "USR",
-        static_cast<void*>(resultSet->rsBuffPtr), static_cast<void*>(resultSet->cursor));
+        static_cast<void*>(resultSet->rsBuffPtr),
+        static_cast<void*>(__atomic_load_n(&resultSet->cursor, __ATOMIC_RELAXED)));
     writeTraceRule();
     traceOutStorage(resultSet->rsBuffPtr, 0, RESULT_SET_TERMINATOR, TRACE_DUMP_WIDTH, 0);
     writeTraceRule();
@@ -158,20 +318,21 @@ int initGTL()
     return initLockRc;
 }
 
-int createGatewayToken(KRV_GatewayToken_t* gwTokPtr, char* hostname, int port)
+int createForCall(KRV_GatewayToken_t* gwTokPtr, char* hostname, int port, CallSlot** slotPtr)
 {
     traceEntry(2000, "stapi_krv_gwytok.createGatewayToken(&gwTokPtr=%p, hostname=%s, port=%d)\n",
         static_cast<void*>(gwTokPtr), orNull(hostname), port);
 
     Internal_GatewayToken_t* token = nullptr;
+    CallSlot* slot = nullptr;
     int gwyTokRc = makeToken(&token, port);
     if (gwyTokRc == KRVSTAT_OK) {
-        gwyTokRc = chainGatewayToken(token);
+        gwyTokRc = chainToken(token, &slot);
         if (gwyTokRc != KRVSTAT_OK) discardToken(token);
     }
     if (gwyTokRc == KRVSTAT_OK) {
         gwyTokRc = openStatsSocket(token, hostname, port);
-        if (gwyTokRc != KRVSTAT_OK) deleteGatewayToken(&token, GTL_LOCK_REQUIRED);
+        if (gwyTokRc != KRVSTAT_OK) gwyTokRc = endFailedOpen(&token, slot, gwyTokRc);
     }
     if (gwyTokRc == KRVSTAT_OK) {
         ReasonCodes reasons = {};
@@ -179,7 +340,7 @@ int createGatewayToken(KRV_GatewayToken_t* gwTokPtr, char* hostname, int port)
         if (gwyTokRc != KRVSTAT_OK) {
             traceEvent(2042, "stapi_krv_gwytok.createGatewayToken Removing GatewayToken %p due to comms failure %d\n",
                 static_cast<void*>(token), gwyTokRc);
-            deleteGatewayToken(&token, GTL_LOCK_REQUIRED);
+            gwyTokRc = endFailedOpen(&token, slot, gwyTokRc);
         }
     }
     if (gwyTokRc == KRVSTAT_OK) {
@@ -187,11 +348,31 @@ int createGatewayToken(KRV_GatewayToken_t* gwTokPtr, char* hostname, int port)
         formatGatewayToken(token, text);
         traceEvent(2033, "stapi_krv_gwytok.createGatewayToken(&gwTokPtr=%p) %s\n", static_cast<void*>(gwTokPtr), text);
         *gwTokPtr = token;
+        *slotPtr = slot;
     }
 
     traceExit(2001, "stapi_krv_gwytok.createGatewayToken(&gwTokPtr=%p, hostname=%s, port=%d) rc=%d\n",
         static_cast<void*>(gwTokPtr), orNull(hostname), port, gwyTokRc);
     return gwyTokRc;
+}
+
+int createGatewayToken(KRV_GatewayToken_t* gwTokPtr, char* hostname, int port)
+{
+    CallSlot* slot = nullptr;
+    const KRV_GatewayToken_t before = *gwTokPtr;
+    const int gwyTokRc = createForCall(gwTokPtr, hostname, port, &slot);
+    if (gwyTokRc == KRVSTAT_OK && endTokenCall(*gwTokPtr, slot) == CALL_ABANDONED) {
+        *gwTokPtr = before;
+        return KRVSTAT_GATEWAY_PROTOCOL_ERROR;
+    }
+    return gwyTokRc;
+}
+
+CallOutcome endTokenCall(Internal_GatewayToken_t* token, CallSlot* slot)
+{
+    const CallOutcome outcome = leaveCall(slot);
+    if (outcome == CALL_ABANDONED) destroyToken(&token, token);
+    return outcome;
 }
 
 int openStatsSocket(Internal_GatewayToken_t* gwTokPtr, char* hostname, int port)
@@ -200,11 +381,11 @@ int openStatsSocket(Internal_GatewayToken_t* gwTokPtr, char* hostname, int port)
         static_cast<void*>(gwTokPtr), orNull(hostname), port);
     const int connectRc = connectToGateway(port, hostname, &gwTokPtr->socketDescriptor);
     if (connectRc == 0) {
-        gwTokPtr->connStatus = CONNECTION_CONNECTED;
+        setStatus(gwTokPtr, CONNECTION_CONNECTED);
         traceEvent(2003, "stapi_krv_gwytok.openStatsSocket() Connected to Gateway %s:%u - socketDescriptor(%d)\n",
             orNull(hostname), static_cast<unsigned int>(port), gwTokPtr->socketDescriptor);
     } else {
-        gwTokPtr->connStatus = CONNECTION_CONNECT_FAILED;
+        setStatus(gwTokPtr, CONNECTION_CONNECT_FAILED);
         traceExc(2004, "stapi_krv_gwytok.openStatsSocket() Failed to connect to Gateway %s:%u, connect rc = %d\n",
             orNull(hostname), static_cast<unsigned int>(port), connectRc);
     }
@@ -216,62 +397,34 @@ int openStatsSocket(Internal_GatewayToken_t* gwTokPtr, char* hostname, int port)
 
 int verifyGatewayToken(Internal_GatewayToken_t* gwTokPtr)
 {
-    traceEntry(2006, "stapi_krv_gwytok.verifyGatewayToken(&gwTokPtr=%p)\n", static_cast<void*>(gwTokPtr));
-    int gwyTokRc = KRVSTAT_OK;
-    ProcessId currentPid;
-    ThreadId currentTid;
-    getPidTid(&currentPid, &currentTid);
+    return verifyToken(gwTokPtr, nullptr);
+}
 
-    requestLock(&gtlLock);
-    const int findRc = findGatewayToken(gwTokPtr, nullptr);
-    if (findRc != GTL_TOKEN_FOUND) {
-        gwyTokRc = KRVSTAT_GATEWAY_TOKEN_NOT_FOUND;
-        traceExc(2007, "stapi_krv_gwytok.verifyGatewayToken(&gwTokPtr=%p) Gateway token not found - findRc=%d\n",
-            static_cast<void*>(gwTokPtr), findRc);
-    } else if (currentPid != gwTokPtr->owningPid) {
-        gwyTokRc = KRVSTAT_PID_MISMATCH;
-        traceExc(2032, "stapi_krv_gwytok.verifyGatewayToken PID mismatch: currentPid=%d, owningPid=%d\n",
-            static_cast<int>(currentPid), static_cast<int>(gwTokPtr->owningPid));
-    } else if (!compareTids(currentTid, gwTokPtr->owningTid)) {
-        gwyTokRc = KRVSTAT_TID_MISMATCH;
-        traceExc(2033, "stapi_krv_gwytok.verifyGatewayToken TID mismatch: currentTid=%d, owningTid=%d\n",
-            static_cast<int>(currentTid), static_cast<int>(gwTokPtr->owningTid));
-    }
+int verifyForCall(Internal_GatewayToken_t* gwTokPtr, CallSlot** slotPtr)
+{
+    return verifyToken(gwTokPtr, slotPtr);
+}
+
+int interruptGatewayToken(Internal_GatewayToken_t* token)
+{
+    if (!requestLockInTime(&gtlLock)) return KRVSTAT_GATEWAY_PROTOCOL_ERROR;
+    const bool found = findGatewayToken(token, nullptr) == GTL_TOKEN_FOUND;
+    if (found) interruptToken(token);
     releaseLock(&gtlLock);
-
-    traceExit(2008, "stapi_krv_gwytok.verifyGatewayToken(&gwTokPtr=%p) rc=%d\n", static_cast<void*>(gwTokPtr),
-        gwyTokRc);
-    return gwyTokRc;
+    return found ? KRVSTAT_OK : KRVSTAT_GATEWAY_TOKEN_NOT_FOUND;
 }
 
 int deleteGatewayToken(KRV_GatewayToken_t* gwTokPtr, int lockRequired)
 {
     traceEntry(2009, "stapi_krv_gwytok.deleteGatewayToken(&gwTokPtr=%p, lockRequired=%d)\n",
         static_cast<void*>(gwTokPtr), lockRequired);
-    int gwyTokRc = KRVSTAT_OK;
+    int gwyTokRc;
     if (!gwTokPtr) {
         gwyTokRc = KRVSTAT_NULL_GATEWAY_TOKEN_POINTER;
     } else if (!*gwTokPtr) {
         gwyTokRc = KRVSTAT_NULL_GATEWAY_TOKEN;
     } else {
-        const bool takesLock = lockRequired == GTL_LOCK_REQUIRED;
-        Internal_GatewayToken_t* token = *gwTokPtr;
-        Internal_GatewayToken_t* parent = nullptr;
-        if (takesLock) {
-            requestLock(&gtlLock);
-            if (findGatewayToken(token, &parent) != GTL_TOKEN_FOUND) gwyTokRc = KRVSTAT_GATEWAY_TOKEN_NOT_FOUND;
-        }
-        if (gwyTokRc == KRVSTAT_OK) {
-            emptyToken(token);
-            unlinkToken(token, parent);
-            traceDebug(2010, "stapi_krv_gwytok.deleteGatewayToken(&gwTokPtr=%p) Free gateway token(%p) \n",
-                static_cast<void*>(gwTokPtr), static_cast<void*>(token));
-            const volatile uintptr_t freed = reinterpret_cast<uintptr_t>(token); // volatile: only a number from here on
-            free(token);
-            traceDebug(2011, "stapi_krv_gwytok.deleteGatewayToken(&gwTokPtr=%p) Freed gateway token(%p) \n",
-                static_cast<void*>(gwTokPtr), reinterpret_cast<void*>(freed));
-        }
-        if (takesLock) releaseLock(&gtlLock);
+        gwyTokRc = deleteToken(gwTokPtr, *gwTokPtr, lockRequired);
     }
     traceExit(2012, "stapi_krv_gwytok.deleteGatewayToken(&gwTokPtr=%p, lockRequired=%d) rc=%d\n",
         static_cast<void*>(gwTokPtr), lockRequired, gwyTokRc);
@@ -281,27 +434,14 @@ int deleteGatewayToken(KRV_GatewayToken_t* gwTokPtr, int lockRequired)
 int deleteGatewayTokens()
 {
     traceEntry(2013, "stapi_krv_gwytok.deleteGatewayTokens()\n");
-    int gwyTokRc = KRVSTAT_OK;
+    int gwyTokRc = GTL_NOTHING_TO_DO;
     int deleted = 0;
-
-    requestLock(&gtlLock);
-    if (!gtListHeadPtr) gwyTokRc = GTL_NOTHING_TO_DO;
-    for (Internal_GatewayToken_t* indexToken = gtListHeadPtr; indexToken && deleted < GTL_RUNAWAY_LIMIT; ++deleted) {
-        char text[FORMATTED_TOKEN_SIZE];
-        formatGatewayToken(indexToken, text);
-        traceEvent(2034, "stapi_krv_gwytok.deleteGatewayTokens(indexToken=%p) GTL entry %4.4d: %s\n",
-            static_cast<void*>(indexToken), deleted, text);
-        Internal_GatewayToken_t* next = indexToken->nextGwyTokPtr;
-        deleteGatewayToken(&indexToken, GTL_LOCK_HELD);
-        indexToken = next;
-    }
+    for (; deleted < GTL_RUNAWAY_LIMIT && deleteHead(deleted); ++deleted) gwyTokRc = KRVSTAT_OK;
     if (deleted == GTL_RUNAWAY_LIMIT) {
         gwyTokRc = GTL_RUNAWAY;
         traceExc(2014, "stapi_krv_gwytok.deleteGatewayTokens() GTL iteration has hit RUNAWAY limit %d.....\n",
             GTL_RUNAWAY_LIMIT);
     }
-    releaseLock(&gtlLock);
-
     traceExit(2015, "stapi_krv_gwytok.deleteGatewayTokens() Entries deleted=%d rc=%d\n", deleted, gwyTokRc);
     return gwyTokRc;
 }
@@ -322,8 +462,9 @@ int formatGatewayToken(Internal_GatewayToken_t* gwTokPtr, char* formattedToken)
         "GatwayToken(%p) eyecatcher(%8.8s) port(%d) connStatus(%d) socket(%d) connRSToken(%p) resultSetBuf(%p) "
         "owningPid(%8.8X) owningTid(%8.8X) nextGwyTokPtr(%p)",
         static_cast<void*>(gwTokPtr), gwTokPtr->eyecatcher, static_cast<int>(gwTokPtr->portNumber),
-        gwTokPtr->connStatus, gwTokPtr->socketDescriptor, static_cast<void*>(gwTokPtr->connRSPtr),
-        static_cast<void*>(gwTokPtr->resultSetBuf), static_cast<unsigned int>(gwTokPtr->owningPid),
+        __atomic_load_n(&gwTokPtr->connStatus, __ATOMIC_RELAXED),
+        __atomic_load_n(&gwTokPtr->socketDescriptor, __ATOMIC_RELAXED), static_cast<void*>(gwTokPtr->connRSPtr),
+        static_cast<void*>(__atomic_load_n(&gwTokPtr->resultSetBuf, __ATOMIC_RELAXED)), static_cast<unsigned int>(gwTokPtr->owningPid),
         static_cast<unsigned int>(gwTokPtr->owningTid), static_cast<void*>(gwTokPtr->nextGwyTokPtr));
     return KRVSTAT_OK;
 }
@@ -365,28 +506,7 @@ int dumpGatewayTokens()
 
 int chainGatewayToken(Internal_GatewayToken_t* newToken)
 {
-    traceEntry(2019, "stapi_krv_gwytok.chainGatewayToken(newToken=%p)\n", static_cast<void*>(newToken));
-    int gwyTokRc = KRVSTAT_OK;
-    if (!newToken) {
-        gwyTokRc = KRVSTAT_NULL_GATEWAY_TOKEN_POINTER;
-        traceExc(2021, "stapi_krv_gwytok.chainGatewayToken() Chain request was for a null token\n");
-    } else {
-        requestLock(&gtlLock);
-        if (!gtListHeadPtr) {
-            gtListHeadPtr = newToken;
-            gtListTailPtr = newToken;
-        } else if (gtListTailPtr) {
-            gtListTailPtr->nextGwyTokPtr = newToken;
-            gtListTailPtr = newToken;
-        } else {
-            gwyTokRc = KRVSTAT_GTL_CORRUPT;
-            traceExc(2020, "stapi_krv_gwytok.chainGatewayToken() GTL state is corrupt - head(%p) tail (%p)\n",
-                static_cast<void*>(gtListHeadPtr), static_cast<void*>(gtListTailPtr));
-        }
-        releaseLock(&gtlLock);
-    }
-    traceExit(2022, "stapi_krv_gwytok.chainGatewayToken(newToken=%p) rc=%d\n", static_cast<void*>(newToken), gwyTokRc);
-    return gwyTokRc;
+    return chainToken(newToken, nullptr);
 }
 
 int findGatewayToken(Internal_GatewayToken_t* targetToken, Internal_GatewayToken_t** parentTokenPtrPtr)

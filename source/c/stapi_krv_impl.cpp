@@ -13,6 +13,7 @@
 #include <sched.h>
 #include <unistd.h>
 
+#include "stapi_krv_deadline.h"
 #include "stapi_krv_diag.h"
 #include "stapi_krv_gwytok.h"
 #include "stapi_krv_resultsetbuffer.h"
@@ -83,17 +84,6 @@ int runInitSteps()
     setLevel(0);
     __atomic_store_n(&stapiState, 1, __ATOMIC_RELEASE);
     return 0;
-}
-
-// Sets the library up exactly once, however many threads call at the same time. A failed start is tried again by the
-// next call.
-int stapiInit()
-{
-    if (__atomic_load_n(&stapiState, __ATOMIC_ACQUIRE) != 0) return 0;
-    claimInit();
-    const int rc = __atomic_load_n(&stapiState, __ATOMIC_ACQUIRE) != 0 ? 0 : runInitSteps();
-    releaseInit();
-    return rc;
 }
 
 // ---- Trace destination ----
@@ -238,21 +228,25 @@ int shareProtocolVersion(Internal_GatewayToken_t* token, char** protocolVersionP
 int openConnection(char* hostname, int port, KRV_GatewayToken_t* gwTokPtr, char** protocolVersionPtr)
 {
     const KRV_GatewayToken_t before = *gwTokPtr;
-    int krvStatRc = createGatewayToken(gwTokPtr, hostname, port);
-    if (krvStatRc != KRVSTAT_OK) return krvStatRc;
+    CallSlot* slot = nullptr;
+    int krvStatRc = createForCall(gwTokPtr, hostname, port, &slot);
+    if (krvStatRc != KRVSTAT_OK) return callHasExpired() ? KRVSTAT_CONNECT_TIMEOUT : krvStatRc;
 
-    if (!(*gwTokPtr)->protocolVersion) {
+    Internal_GatewayToken_t* token = *gwTokPtr;
+    if (!token->protocolVersion) {
         traceExc(1142,
             "API.openRemoteGatewayConnection(gwTokPtr=0x%p) New gateway token has NULL protocolVersion pointer\n",
-            static_cast<void*>(*gwTokPtr));
+            static_cast<void*>(token));
         *protocolVersionPtr = nullptr;
-        return KRVSTAT_OK;
+    } else {
+        krvStatRc = shareProtocolVersion(token, protocolVersionPtr);
     }
-    krvStatRc = shareProtocolVersion(*gwTokPtr, protocolVersionPtr);
-    if (krvStatRc != KRVSTAT_OK) {
+    if (endTokenCall(token, slot) == CALL_ABANDONED) {
+        krvStatRc = KRVSTAT_GATEWAY_PROTOCOL_ERROR;
+    } else if (krvStatRc != KRVSTAT_OK) {
         deleteGatewayToken(gwTokPtr, GTL_LOCK_REQUIRED);
-        *gwTokPtr = before;
     }
+    if (krvStatRc != KRVSTAT_OK) *gwTokPtr = before;
     return krvStatRc;
 }
 
@@ -290,7 +284,9 @@ constexpr Query statsByIdQuery = {"getStatsByStatId", "statIdsPtr", "statRSPtr",
 constexpr Query statsByGroupQuery = {"getStatsByStatGroupId", "providerIdPtr", "statRSPtr",
     "Getting Stats for Stat Group Ids", commsStatsByStatGroupId, nullptr, true, 1035, 1036, 0, 1037, 1038, 1039, 1132};
 
-int checkQueryArguments(const Query& query, KRV_GatewayToken_t gwTok, char* ids, KRV_ResultSetToken_t* resultPtr)
+// The token of a query that passes is marked busy: *slotPtr.
+int checkQueryArguments(
+    const Query& query, KRV_GatewayToken_t gwTok, char* ids, KRV_ResultSetToken_t* resultPtr, CallSlot** slotPtr)
 {
     if (!gwTok) {
         traceExc(query.exc, "API.%s(gwTok=%p) Null gateway token\n", query.function, static_cast<void*>(gwTok));
@@ -306,7 +302,7 @@ int checkQueryArguments(const Query& query, KRV_GatewayToken_t gwTok, char* ids,
             static_cast<void*>(resultPtr));
         return KRVSTAT_NULL_RESULT_SET_POINTER;
     }
-    return verifyGatewayToken(gwTok);
+    return verifyForCall(gwTok, slotPtr);
 }
 
 // Points the connection's result set at the token's buffer, which the parser may have replaced, with a fresh walk.
@@ -325,8 +321,8 @@ void showAnswer(const Query& query, Internal_GatewayToken_t* token)
     }
 }
 
-// Asks the gateway. On -102 and -122 the connection is gone, and the token with it.
-int runQuery(const Query& query, Internal_GatewayToken_t* token, char* ids, KRV_ResultSetToken_t* resultPtr)
+// Asks the gateway and points the result set at the answer.
+int askGateway(const Query& query, Internal_GatewayToken_t* token, char* ids)
 {
     Internal_ResultSetToken_t* resultSet = token->connRSPtr;
     if (!token->resultSetBuf) {
@@ -341,13 +337,34 @@ int runQuery(const Query& query, Internal_GatewayToken_t* token, char* ids, KRV_
         traceEvent(query.event, "API.%s %s\n", query.function, query.getting);
     }
 
+    // The parser may replace the buffer while another thread dumps the token's line.
+    char* buffer = token->resultSetBuf;
     const int krvStatRc = query.idsName
-        ? query.runWithIds(
-              token->socketDescriptor, &token->resultSetBuf, &token->resultSetBufLen, resultSet->queryString)
-        : query.run(token->socketDescriptor, &token->resultSetBuf, &token->resultSetBufLen);
+        ? query.runWithIds(token->socketDescriptor, &buffer, &token->resultSetBufLen, resultSet->queryString)
+        : query.run(token->socketDescriptor, &buffer, &token->resultSetBufLen);
+    __atomic_store_n(&token->resultSetBuf, buffer, __ATOMIC_RELAXED);
     showAnswer(query, token);
+    return krvStatRc;
+}
+
+bool isCommsFailure(int krvStatRc)
+{
+    return krvStatRc == KRVSTAT_GATEWAY_COMMS_FAILED || krvStatRc == KRVSTAT_GATEWAY_PROTOCOL_ERROR;
+}
+
+// Asks the gateway. On -102 and -122 the connection is gone, and the token with it: also when another thread interrupted
+// the query or closed the connection meanwhile, or the deadline passed.
+int runQuery(
+    const Query& query, Internal_GatewayToken_t* token, CallSlot* slot, char* ids, KRV_ResultSetToken_t* resultPtr)
+{
+    Internal_ResultSetToken_t* resultSet = token->connRSPtr;
+    int krvStatRc = askGateway(query, token, ids);
+    if (isCommsFailure(krvStatRc) && callHasExpired()) krvStatRc = KRVSTAT_GATEWAY_PROTOCOL_ERROR;
+    const CallOutcome outcome = endTokenCall(token, slot);
+    if (outcome != CALL_UNDISTURBED) krvStatRc = KRVSTAT_GATEWAY_PROTOCOL_ERROR;
+
     if (krvStatRc == KRVSTAT_OK) *resultPtr = resultSet;
-    if (krvStatRc == KRVSTAT_GATEWAY_COMMS_FAILED || krvStatRc == KRVSTAT_GATEWAY_PROTOCOL_ERROR) {
+    if (isCommsFailure(krvStatRc) && outcome != CALL_ABANDONED) {
         traceEvent(query.removing, "API.%s Removing GatewayToken %p due to comms failure %d\n", query.function,
             static_cast<void*>(token), krvStatRc);
         deleteGatewayToken(&token, GTL_LOCK_REQUIRED);
@@ -357,6 +374,7 @@ int runQuery(const Query& query, Internal_GatewayToken_t* token, char* ids, KRV_
 
 int query(const Query& kind, KRV_GatewayToken_t gwTok, char* ids, KRV_ResultSetToken_t* resultPtr)
 {
+    beginCall();
     int krvStatRc = stapiInit();
     if (kind.idsName) {
         traceEntry(kind.entry, "API.%s(gwTok=%p, %s=%p, &%s=%p)\n", kind.function, static_cast<void*>(gwTok),
@@ -366,8 +384,9 @@ int query(const Query& kind, KRV_GatewayToken_t gwTok, char* ids, KRV_ResultSetT
             static_cast<void*>(resultPtr));
     }
 
-    if (krvStatRc == KRVSTAT_OK) krvStatRc = checkQueryArguments(kind, gwTok, ids, resultPtr);
-    if (krvStatRc == KRVSTAT_OK) krvStatRc = runQuery(kind, gwTok, ids, resultPtr);
+    CallSlot* slot = nullptr;
+    if (krvStatRc == KRVSTAT_OK) krvStatRc = checkQueryArguments(kind, gwTok, ids, resultPtr, &slot);
+    if (krvStatRc == KRVSTAT_OK) krvStatRc = runQuery(kind, gwTok, slot, ids, resultPtr);
 
     if (kind.idsName) {
         traceExit(kind.exit, "API.%s(gwTok=%p, %s=%p, &%s=%p) rc=%d\n", kind.function, static_cast<void*>(gwTok),
@@ -376,6 +395,7 @@ int query(const Query& kind, KRV_GatewayToken_t gwTok, char* ids, KRV_ResultSetT
         traceExit(kind.exit, "API.%s(gwTok=%p, &%s=%p) rc=%d\n", kind.function, static_cast<void*>(gwTok),
             kind.resultName, static_cast<void*>(resultPtr), krvStatRc);
     }
+    endCall();
     return krvStatRc;
 }
 
@@ -568,7 +588,7 @@ bool takeStep(const Worker& worker, const Internal_ResultSetToken_t* resultSet, 
 
 void storePosition(Internal_ResultSetToken_t* resultSet, const Position* position, const Step* step)
 {
-    resultSet->cursor = at(position);
+    __atomic_store_n(&resultSet->cursor, at(position), __ATOMIC_RELAXED); // another thread's dumpState may look
     resultSet->queryCount = position->queryCount;
     resultSet->queryIndex = position->queryIndex;
     resultSet->elementResultCount = position->elementResultCount;
@@ -889,6 +909,17 @@ int checkDumpArguments(Internal_ResultSetToken_t* rsPtr)
 
 } // namespace
 
+// Sets the library up exactly once, however many threads call at the same time. A failed start is tried again by the
+// next call.
+int stapiInit()
+{
+    if (__atomic_load_n(&stapiState, __ATOMIC_ACQUIRE) != 0) return 0;
+    claimInit();
+    const int rc = __atomic_load_n(&stapiState, __ATOMIC_ACQUIRE) != 0 ? 0 : runInitSteps();
+    releaseInit();
+    return rc;
+}
+
 // ---- Version and trace ----
 
 int getStatsAPIVersion(char** apiVersPtr)
@@ -1001,6 +1032,7 @@ int dup2ASCIIString(char* in, char** out)
 
 int openGatewayConnection(int port, KRV_GatewayToken_t* gwTokPtr, char** protocolVersionPtr)
 {
+    beginCall();
     int krvStatRc = stapiInit();
     traceEntry(1000, "API.openGatewayConnection(port=%d, &gwTokPtr=0x%p, &protoColVersion=0x%p\n", port,
         static_cast<void*>(gwTokPtr), static_cast<void*>(protocolVersionPtr));
@@ -1010,11 +1042,13 @@ int openGatewayConnection(int port, KRV_GatewayToken_t* gwTokPtr, char** protoco
     }
     traceExit(1003, "API.openGatewayConnection(port=%d, &gwTokPtr=0x%p, &protoColVersion=0x%p) rc=%d\n", port,
         static_cast<void*>(gwTokPtr), static_cast<void*>(protocolVersionPtr), krvStatRc);
+    endCall();
     return krvStatRc;
 }
 
 int openRemoteGatewayConnection(char* hostname, int port, KRV_GatewayToken_t* gwTokPtr, char** protocolVersionPtr)
 {
+    beginCall();
     int krvStatRc = stapiInit();
     traceEntry(1001,
         "API.openRemoteGatewayConnection(hostname=%s, port=%d, &gwTokPtr=0x%p, &protoColVersion=0x%p\n",
@@ -1024,11 +1058,13 @@ int openRemoteGatewayConnection(char* hostname, int port, KRV_GatewayToken_t* gw
     traceExit(1002,
         "API.openRemoteGatewayConnection(hostname=%s, port=%d, &gwTokPtr=0x%p, &protoColVersion=0x%p) rc=%d\n",
         orNull(hostname), port, static_cast<void*>(gwTokPtr), static_cast<void*>(protocolVersionPtr), krvStatRc);
+    endCall();
     return krvStatRc;
 }
 
 int closeGatewayConnection(KRV_GatewayToken_t* gwTokPtr)
 {
+    beginCall();
     int krvStatRc = stapiInit();
     traceEntry(1004, "API.closeGatewayConnection(&gwTokPtr=%p)\n", static_cast<void*>(gwTokPtr));
     if (krvStatRc == KRVSTAT_OK && !gwTokPtr) {
@@ -1047,11 +1083,13 @@ int closeGatewayConnection(KRV_GatewayToken_t* gwTokPtr)
         }
     }
     traceExit(1006, "API.closeGatewayConnection(&gwTokPtr=%p) rc=%d\n", static_cast<void*>(gwTokPtr), krvStatRc);
+    endCall();
     return krvStatRc;
 }
 
 int closeAllGatewayConnections()
 {
+    beginCall();
     int krvStatRc = stapiInit();
     traceEntry(1007, "API.closeAllGatewayConnections()\n");
     if (krvStatRc == KRVSTAT_OK) {
@@ -1059,6 +1097,7 @@ int closeAllGatewayConnections()
         traceEvent(1134, "API.closeAllGatewayConnections Closed all Gateway connections\n");
     }
     traceExit(1008, "API.closeAllGatewayConnections() rc=%d\n", krvStatRc);
+    endCall();
     return krvStatRc;
 }
 

@@ -14,7 +14,7 @@
 #include <sys/socket.h>
 
 #include "krvstats.h"
-#include "stapi_krv_descriptorset.h"
+#include "stapi_krv_deadline.h"
 #include "stapi_krv_diag.h"
 #include "stapi_krv_version.h"
 #include "stapi_krv_wire.h"
@@ -103,6 +103,12 @@ WireReader replyBody(const GatewayRequest* header, const char* data, int request
     return readerOver(data, static_cast<size_t>(header->datalength > 0 ? header->datalength : requestSize));
 }
 
+// True if the send or receive that just failed would have blocked, and the deadline leaves time to wait.
+bool mayWait()
+{
+    return (errno == EAGAIN || errno == EWOULDBLOCK) && callIsLimited() && !callHasExpired();
+}
+
 bool isIgnored(const struct sigaction& action)
 {
     return !(action.sa_flags & SA_SIGINFO) && action.sa_handler == SIG_IGN;
@@ -110,7 +116,8 @@ bool isIgnored(const struct sigaction& action)
 
 // Sends all of data with SIGPIPE ignored. The disposition is put back whole, but not where it was "ignore" already: so
 // two threads that swap at the same time cannot leave it ignored for good. MSG_NOSIGNAL covers the moment in which the
-// other thread has put it back. Returns the bytes sent, or the result of the failed send and its errno.
+// other thread has put it back. Before a deadline no send blocks. Returns the bytes sent, or the result of the failed
+// send and its errno.
 ssize_t sendAll(int socketDesc, const char* data, int dataLen, int* sendErrno)
 {
     struct sigaction ignore = {};
@@ -119,12 +126,13 @@ ssize_t sendAll(int socketDesc, const char* data, int dataLen, int* sendErrno)
     sigemptyset(&ignore.sa_mask);
     const bool swapped = sigaction(SIGPIPE, &ignore, &previous) == 0;
 
+    const int flags = MSG_NOSIGNAL | (callIsLimited() ? MSG_DONTWAIT : 0);
     ssize_t sent = 0;
     ssize_t rc;
     do {
         do {
-            rc = send(socketDesc, data + sent, static_cast<size_t>(dataLen - sent), MSG_NOSIGNAL);
-        } while (rc == -1 && errno == EINTR);
+            rc = send(socketDesc, data + sent, static_cast<size_t>(dataLen - sent), flags);
+        } while (rc == -1 && (errno == EINTR || (mayWait() && waitUntilWritable(socketDesc) > 0)));
         if (rc > 0) sent += rc;
     } while (rc > 0 && sent < dataLen);
     *sendErrno = errno;
@@ -133,25 +141,22 @@ ssize_t sendAll(int socketDesc, const char* data, int dataLen, int* sendErrno)
     return rc > 0 ? sent : rc;
 }
 
-// Waits without a time limit until there is something to read. Returns 0 or more, or select's negative result.
+// Waits until there is something to read: without a time limit, or until the deadline. A call that is late already does
+// not wait for its reply. Returns 0, select's negative result, or -122 at the deadline.
 int waitForReply(int socketDesc)
 {
-    DescriptorSet readable;
-    if (makeDescriptorSet(&readable, socketDesc) != 0) return KRVSTAT_OUT_OF_MEMORY;
-    int rc;
-    do {
-        rc = select(socketDesc + 1, asFdSet(&readable), nullptr, nullptr, nullptr);
-    } while (rc == -1 && errno == EINTR);
-    freeDescriptorSet(&readable);
-    return rc;
+    const int rc = callHasExpired() ? 0 : waitUntilReadable(socketDesc);
+    if (rc == 0) return KRVSTAT_GATEWAY_PROTOCOL_ERROR;
+    return rc < 0 ? rc : 0;
 }
 
 ssize_t receive(int socketDesc, char* data, size_t size)
 {
+    const int flags = callIsLimited() ? MSG_DONTWAIT : 0;
     ssize_t rc;
     do {
-        rc = recv(socketDesc, data, size, 0);
-    } while (rc == -1 && errno == EINTR);
+        rc = recv(socketDesc, data, size, flags);
+    } while (rc == -1 && (errno == EINTR || (mayWait() && waitUntilReadable(socketDesc) > 0)));
     return rc;
 }
 
@@ -489,10 +494,7 @@ int flow(int socketDesc, int datalen, char** data, char* requestName, GatewayReq
             rc = FLOW_NOT_SENT;
         }
     }
-    if (rc == 0) {
-        const int waitRc = waitForReply(socketDesc);
-        if (waitRc < 0) rc = waitRc;
-    }
+    if (rc == 0) rc = waitForReply(socketDesc);
     if (rc == 0) rc = receiveHeader(socketDesc, requestName, header, reasons);
     if (rc == 0) {
         if (header->datalength < 1) {

@@ -2,6 +2,7 @@
 #ifndef STAPI_KRV_GWYTOK_H
 #define STAPI_KRV_GWYTOK_H
 
+#include "stapi_krv_calls.h"
 #include "stapi_krv_lock.h"
 #include "stapi_krv_types.h"
 
@@ -43,11 +44,14 @@ int openStatsSocket(Internal_GatewayToken_t* gwTokPtr, char* hostname, int port)
 /* 0 if the token is on the list and belongs to the calling thread; -101, -123, -124. */
 int verifyGatewayToken(Internal_GatewayToken_t* gwTokPtr);
 
-/* Closes the token's connection, unlinks and frees it. With GTL_LOCK_HELD the caller holds gtlLock and the token is the
- * head of the list. 0, -108, -100, -101. */
+/* Unlinks the token, closes its connection and frees it. With GTL_LOCK_REQUIRED the lock is held while the token is
+ * looked up and unlinked, not while the gateway is talked to; a token that is busy is unlinked and interrupted, and its
+ * call does the rest. With GTL_LOCK_HELD the caller holds gtlLock and the token is the head of the list.
+ * 0, -108, -100, -101, or -122 if the call's deadline came before the lock. */
 int deleteGatewayToken(KRV_GatewayToken_t* gwTokPtr, int lockRequired);
 
-/* Deletes all tokens, GTL_RUNAWAY_LIMIT at most. 0, GTL_RUNAWAY, GTL_NOTHING_TO_DO. */
+/* Deletes all tokens, GTL_RUNAWAY_LIMIT at most, as deleteGatewayToken with GTL_LOCK_REQUIRED does. 0, GTL_RUNAWAY,
+ * GTL_NOTHING_TO_DO. */
 int deleteGatewayTokens(void);
 
 /* Describes the token, or NULL, in at most FORMATTED_TOKEN_SIZE bytes. 0, -103. */
@@ -65,6 +69,19 @@ int chainGatewayToken(Internal_GatewayToken_t* newToken);
 int findGatewayToken(Internal_GatewayToken_t* targetToken, Internal_GatewayToken_t** parentTokenPtrPtr);
 
 extern const char version4stapi_krv_gwytok[];
+
+/* ---- For the library's own modules; not exported ---------------------------------------------------------------- */
+
+/* createGatewayToken and verifyGatewayToken, which on success leave the token marked busy by the calling thread, until
+ * endTokenCall. verifyForCall gives -122 if the deadline came before gtlLock. */
+int createForCall(KRV_GatewayToken_t* gwTokPtr, char* hostname, int port, CallSlot** slotPtr);
+int verifyForCall(Internal_GatewayToken_t* gwTokPtr, CallSlot** slotPtr);
+
+/* Ends the call on the token. If another thread closed it meanwhile, the token is destroyed here. */
+CallOutcome endTokenCall(Internal_GatewayToken_t* token, CallSlot* slot);
+
+/* Interrupts the call on the token, or the next one. 0, -101, or -122 if the deadline came before gtlLock. */
+int interruptGatewayToken(Internal_GatewayToken_t* token);
 
 #ifdef __cplusplus
 }

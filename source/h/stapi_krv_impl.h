@@ -24,6 +24,11 @@ int dup2ASCIIString(char* in, char** out);
 
 extern const char version4stapi_krv_impl[];
 
+/* ---- For the library's own modules; not exported ---------------------------------------------------------------- */
+
+/* Sets the library up if it is not yet; every call of the API begins with it. 0, or the code of the failed step. */
+int stapiInit(void);
+
 #ifdef __cplusplus
 }
 #endif

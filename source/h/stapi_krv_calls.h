@@ -1,0 +1,50 @@
+/* Calls in progress: which connections are busy, which were interrupted, and which were closed meanwhile.
+ *
+ * A call that uses a connection marks it busy, so that other threads leave what it changes alone. A thread that wants a
+ * busy connection gone shuts its socket down, which ends every wait on it, and leaves the rest to the call: that is the
+ * one place that knows when nothing uses the connection any more. Not exported.
+ *
+ * Threads: everything is done under gtlLock, except leaving a call, which takes no lock.
+ */
+#ifndef STAPI_KRV_CALLS_H
+#define STAPI_KRV_CALLS_H
+
+#include "stapi_krv_types.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+typedef struct _CallSlot CallSlot;
+
+/* What became of a call's connection while the call went on. */
+typedef enum _CallOutcome {
+    CALL_UNDISTURBED,
+    CALL_INTERRUPTED, /* the connection is still on the list */
+    CALL_ABANDONED    /* another thread closed it: it is off the list, and the call's to destroy */
+} CallOutcome;
+
+/* Marks the token busy by the calling thread. NULL if there are too many calls in progress. */
+CallSlot* enterCall(Internal_GatewayToken_t* token);
+
+/* Ends the call; the token is not touched after that, unless it was abandoned. */
+CallOutcome leaveCall(CallSlot* slot);
+
+/* 1 if somebody interrupted the calling thread's call. */
+int callIsInterrupted(void);
+
+/* 1 if a call is in progress on the token. */
+int isBusy(Internal_GatewayToken_t* token);
+
+/* Ends the wait of the call in progress on the token, or else of the next one. */
+void interruptToken(Internal_GatewayToken_t* token);
+
+/* Interrupts the call in progress on the token and makes it destroy the token when it ends: 1. Or 0 if there is none,
+ * and the token is the caller's to destroy. The caller takes it off the list in either case. */
+int abandonToken(Internal_GatewayToken_t* token);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif
