@@ -4,7 +4,7 @@ include(CMakePackageConfigHelpers)
 install(TARGETS krvstats krvstats_static EXPORT krvstatsTargets
   LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}"
   ARCHIVE DESTINATION "${CMAKE_INSTALL_LIBDIR}")
-install(FILES source/h/krvstats.h DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}")
+install(FILES source/h/krvstats.h source/h/krvstats_ext.h DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}")
 
 foreach(program IN ITEMS krvgwsim krvstat)
   if(TARGET ${program})

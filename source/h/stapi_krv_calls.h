@@ -2,7 +2,7 @@
  *
  * A call that uses a connection marks it busy, so that other threads leave what it changes alone. A thread that wants a
  * busy connection gone shuts its socket down, which ends every wait on it, and leaves the rest to the call: that is the
- * one place that knows when nothing uses the connection any more. Not exported.
+ * one place that knows when nothing uses the connection any more.
  *
  * Threads: everything is done under gtlLock, except leaving a call, which takes no lock.
  */
@@ -14,6 +14,8 @@
 #ifdef __cplusplus
 extern "C" {
 #endif
+
+/* ---- For the library's own modules; not exported ---------------------------------------------------------------- */
 
 typedef struct _CallSlot CallSlot;
 

@@ -1,7 +1,7 @@
 /* The calling thread's deadline, and the waits that keep it.
  *
  * A call of the API that talks to a gateway stands between beginCall and endCall. While it does, and the thread has set a
- * limit, every wait of it ends at the deadline; without a limit the waits are without end. Not exported.
+ * limit, every wait of it ends at the deadline; without a limit the waits are without end.
  */
 #ifndef STAPI_KRV_DEADLINE_H
 #define STAPI_KRV_DEADLINE_H
@@ -13,6 +13,8 @@
 #ifdef __cplusplus
 extern "C" {
 #endif
+
+/* ---- For the library's own modules; not exported ---------------------------------------------------------------- */
 
 /* The limit of the calling thread's calls in milliseconds, 0 for none. */
 void setCallLimit(int milliseconds);

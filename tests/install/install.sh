@@ -32,7 +32,7 @@ expect() {
     fi
 }
 
-expect "headers" "$(ls "$prefix/include")" "krvstats.h"
+expect "headers" "$(echo $(ls "$prefix/include"))" "krvstats.h krvstats_ext.h"
 expect "development link" "$(readlink "$lib/libkrvstats.so")" "libkrvstats.so.1"
 expect "link of the SONAME" "$(readlink "$lib/libkrvstats.so.1")" "libkrvstats.so.$version"
 for file in libkrvstats.a "libkrvstats.so.$version" cmake/krvstats/krvstatsConfig.cmake \
