@@ -95,8 +95,8 @@ const std::vector<Query>& queries()
 
 Bytes dataFor(const Query& query)
 {
-    return query.statistics ? statsData(query.ids, 0, {{"CPU.load", "0.5"}, {"MEM.free", "123"}})
-                            : idsData(query.ids, 0, {"CPU", "MEM"});
+    if (query.statistics) return statsData(query.ids, 0, {{"CPU.load", "0.5"}, {"MEM.free", "123"}});
+    return idsData(query.ids, 0, {"CPU", "MEM"});
 }
 
 }  // namespace
