@@ -17,7 +17,8 @@
  *     connection is closed or removed. Each query on a connection returns the same result set.
  *  7. A query that fails with KRVSTAT_GATEWAY_COMMS_FAILED or KRVSTAT_GATEWAY_PROTOCOL_ERROR has removed its
  *     connection: neither the gateway token nor its result set may be used afterwards.
- *  8. A query waits for the gateway's reply without a time limit; connecting gives up after 60 seconds.
+ *  8. A query waits for the gateway's reply without a time limit; connecting gives up after 60 seconds. krvstats_ext.h
+ *     has calls to set a limit and to end the wait of another thread.
  *
  * The header compiles as C99 and as C++.
  */
@@ -146,20 +147,23 @@ int openRemoteGatewayConnection(char* hostname, int port, KRV_GatewayToken_t* gw
  * Returns: KRVSTAT_OK; KRVSTAT_NULL_GATEWAY_TOKEN_POINTER if gwTokPtr is NULL; KRVSTAT_NULL_GATEWAY_TOKEN if *gwTokPtr
  * is NULL; KRVSTAT_GATEWAY_TOKEN_NOT_FOUND if it is not an open connection. A failure to say goodbye is not an error.
  * Owns: takes the token. *gwTokPtr is not cleared and must not be used again.
- * Threads: any thread of the process, as long as no other call uses the connection. */
+ * Threads: any thread of the process. If the connection's own thread is in a query on it, that query is interrupted,
+ * returns KRVSTAT_GATEWAY_PROTOCOL_ERROR and frees the token on its way out. The connection's own thread must not be
+ * walking its result set meanwhile: that goes with the connection. */
 int closeGatewayConnection(KRV_GatewayToken_t* gwTokPtr);
 
 /* Closes every open connection of the process, as closeGatewayConnection does.
  * Returns: KRVSTAT_OK, also with none open; KRVSTAT_GTL_CORRUPT if 256 were closed and the walk stopped there.
  * Owns: takes all tokens.
- * Threads: any thread of the process, as long as no other call uses a connection. */
+ * Threads: as closeGatewayConnection; a connection that is being opened meanwhile ends in
+ * KRVSTAT_GATEWAY_PROTOCOL_ERROR. */
 int closeAllGatewayConnections(void);
 
 /* Writes the library's state and every open connection, with the content of its result set, to the trace destination,
  * whatever the trace level.
  * Returns: KRVSTAT_OK.
  * Owns: nothing changes hands.
- * Threads: any, as long as no other call uses a connection. */
+ * Threads: any. Of a connection that is in use by a call at the moment, only its line is written. */
 int dumpState(void);
 
 /* ---- Queries -------------------------------------------------------------------------------------------------- */
@@ -199,7 +203,9 @@ int getStatsByStatGroupId(KRV_GatewayToken_t gwTok, char* providerIdPtr, KRV_Res
 
 /* getFirst* starts the walk at the beginning, getNext* goes on from where the last call stopped (or starts, if there
  * was none). Each fills the record with one element. A query element that failed in the gateway (queryElementRC
- * negative) is one call of its own without an id: test queryElementRC before the id.
+ * negative) is one call of its own without an id: test queryElementRC before the id. A query element that succeeded has
+ * at least one element as far as a walk can tell: if the gateway answers one with none, what follows it in the set is
+ * misread, so ask for parts that may be empty in queries of their own.
  *
  * Returns: KRVSTAT_OK and the record is filled; KRVSTAT_RESULT_SET_EMPTY at the end (again on every further getNext*);
  * KRVSTAT_NULL_RESULT_SET_TOKEN, KRVSTAT_NULL_ID_DATA_POINTER or KRVSTAT_NULL_STAT_DATA_POINTER,
