@@ -180,7 +180,7 @@ int grow(ParseRun* run, int count)
     char* const oldBlock = *run->resultSetBuffer;
     const int rc = growResultSetBuffer(run->resultSetBuffer, run->resultSetBufferLen, &run->cursor,
         run->totaldatawritten, int64_t{run->totaldatawritten} + count);
-    if (rc != 0) run->lostBlock = oldBlock;
+    if (rc != 0 && oldBlock) run->lostBlock = oldBlock; // a second failure has no block to lose
     return rc;
 }
 
