@@ -5,7 +5,7 @@
  *  1. There is no initialisation call and no termination call: the first call of any function sets the library up.
  *  2. Every call returns an int: KRVSTAT_OK (0) or one of the negative KRVSTAT_* codes below. Output arguments are
  *     written only on success, unless a call says otherwise. A call may also return the code of a failed set-up
- *     (KRVSTAT_OUT_OF_MEMORY, KRVSTAT_LOCK_INIT_FAILED, or a positive code of the list lock).
+ *     (KRVSTAT_OUT_OF_MEMORY, KRVSTAT_LOCK_INIT_FAILED, or 1 or -2 of the lock of the list of connections).
  *  3. Nothing that the library hands out is freed by the application: texts, records and a connection's result set
  *     point into the library's own storage. The one exception is a copy made by copyResultSet, which
  *     freeResultSet gives back.
