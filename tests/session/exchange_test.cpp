@@ -607,9 +607,9 @@ TEST(Exchange, AnErrorAfterAShortSendIsASendFailure)
     EXPECT_EQ(2, sends);
 }
 
-TEST(Exchange, RequestsOfMegabytesPassThroughASmallSendBuffer)
+TEST(Exchange, RequestsOfAMegabytePassThroughASmallSendBuffer)
 {
-    const Bytes large = numbered(4 * 1024 * 1024 + 3);
+    const Bytes large = numbered(1024 * 1024 + 3);
     ScriptedPeer peer({{expectBytes(large.size()), sendWhole(markedReply(text("body")))}});
     int client = connectToPeer(peer);
     int small = 4096;
@@ -692,7 +692,7 @@ TEST(Exchange, SignalsDuringEveryWaitGoUnnoticed)
 
 TEST(Exchange, SignalsDuringALargeSendGoUnnoticed)
 {
-    const Bytes large = numbered(4 * 1024 * 1024);
+    const Bytes large = numbered(1024 * 1024);
     Interruptions interruptions;
     int shortSends = 0;
     int interruptedSends = 0;
@@ -705,7 +705,7 @@ TEST(Exchange, SignalsDuringALargeSendGoUnnoticed)
     };
     PeerStep interrupt = doThis([&interruptions] { EXPECT_TRUE(interruptions.interruptSleep(5)); });
     ScriptedPeer peer({{interrupt,                  // the first send is cut short, the next ones cannot send anything
-                        expectBytes(1024 * 1024), interrupt, expectBytes(3 * 1024 * 1024),
+                        expectBytes(256 * 1024), interrupt, expectBytes(768 * 1024),
                         sendWhole(markedReply(text("body")))}});
     int client = connectToPeer(peer);
     int small = 4096;

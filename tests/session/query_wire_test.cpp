@@ -1,13 +1,12 @@
 // The API over the wire: what opening, querying and closing send, and which code each misfortune becomes.
 #include <gtest/gtest.h>
 
-#include <fcntl.h>
 #include <signal.h>
-#include <unistd.h>
+#include <sys/socket.h>
 
 #include <cerrno>
 #include <cstring>
-#include <functional>
+#include <iterator>
 #include <string>
 #include <vector>
 
@@ -68,30 +67,26 @@ char someIds[] = "one:two";
 
 struct Query {
     const char* name;
-    std::function<int(KRV_GatewayToken_t, KRV_ResultSetToken_t*)> call;
+    int (*call)(KRV_GatewayToken_t token, KRV_ResultSetToken_t* set);
     const char* operation;
     const char* ids;
     bool statistics;
 };
 
-const std::vector<Query>& queries()
-{
-    static const std::vector<Query> all = {
-        {"getResourceGroupIds", getResourceGroupIds, "RESOURCE_GROUPS", "", false},
-        {"getStatIds", getStatIds, "STAT_IDS", "", false},
-        {"getStatIdsByStatGroupId",
-         [](KRV_GatewayToken_t token, KRV_ResultSetToken_t* set) { return getStatIdsByStatGroupId(token, someIds, set); },
-         "STAT_IDS", "one:two", false},
-        {"getStats", getStats, "GET_STATS", "", true},
-        {"getStatsByStatId",
-         [](KRV_GatewayToken_t token, KRV_ResultSetToken_t* set) { return getStatsByStatId(token, someIds, set); },
-         "GET_STATS", "one:two", true},
-        {"getStatsByStatGroupId",
-         [](KRV_GatewayToken_t token, KRV_ResultSetToken_t* set) { return getStatsByStatGroupId(token, someIds, set); },
-         "GET_STATS", "one:two", true},
-    };
-    return all;
-}
+const Query queries[] = {
+    {"getResourceGroupIds", getResourceGroupIds, "RESOURCE_GROUPS", "", false},
+    {"getStatIds", getStatIds, "STAT_IDS", "", false},
+    {"getStatIdsByStatGroupId",
+     [](KRV_GatewayToken_t token, KRV_ResultSetToken_t* set) { return getStatIdsByStatGroupId(token, someIds, set); },
+     "STAT_IDS", "one:two", false},
+    {"getStats", getStats, "GET_STATS", "", true},
+    {"getStatsByStatId",
+     [](KRV_GatewayToken_t token, KRV_ResultSetToken_t* set) { return getStatsByStatId(token, someIds, set); },
+     "GET_STATS", "one:two", true},
+    {"getStatsByStatGroupId",
+     [](KRV_GatewayToken_t token, KRV_ResultSetToken_t* set) { return getStatsByStatGroupId(token, someIds, set); },
+     "GET_STATS", "one:two", true},
+};
 
 Bytes dataFor(const Query& query)
 {
@@ -339,7 +334,7 @@ TEST(QueryOnTheWire, EachSendsAnInitCallAndItsOperation)
 {
     std::vector<Bytes> data;
     Bytes expected = openingRequests();
-    for (const Query& query : queries()) {
+    for (const Query& query : queries) {
         data.push_back(dataFor(query));
         expected = expected + adminInitRequest() + invokeRequest(answers.adminServerVersion, query.operation, query.ids);
     }
@@ -347,7 +342,7 @@ TEST(QueryOnTheWire, EachSendsAnInitCallAndItsOperation)
     Opened opened = openAt(peer.port());
     ASSERT_EQ(0, opened.rc);
     KRV_ResultSetToken_t first = nullptr;
-    for (const Query& query : queries()) {
+    for (const Query& query : queries) {
         SCOPED_TRACE(query.name);
         KRV_ResultSetToken_t set = nullptr;
         EXPECT_EQ(0, query.call(opened.token, &set));
@@ -387,7 +382,7 @@ TEST(QueryOnTheWire, RefusedArgumentsSendNothing)
     Opened opened = openAt(peer.port());
     ASSERT_EQ(0, opened.rc);
     KRV_ResultSetToken_t set = nullptr;
-    for (const Query& query : queries()) {
+    for (const Query& query : queries) {
         SCOPED_TRACE(query.name);
         EXPECT_EQ(-100, query.call(nullptr, &set));
         EXPECT_EQ(-125, query.call(opened.token, nullptr));
@@ -410,7 +405,7 @@ TEST(QueryOnTheWire, LostBufferIsMinus110AndSendsNothing)
     ASSERT_EQ(0, opened.rc);
     char* buffer = opened.token->resultSetBuf;
     opened.token->resultSetBuf = nullptr;
-    for (const Query& query : queries()) {
+    for (const Query& query : queries) {
         SCOPED_TRACE(query.name);
         KRV_ResultSetToken_t set = nullptr;
         EXPECT_EQ(-110, query.call(opened.token, &set));
@@ -443,7 +438,7 @@ TEST(QueryOnTheWire, FailedExchangeRemovesTheConnection)
         {"bad eyecatcher", replyHeader(bad), -122},
         {"no body", reply("Admin", {}), -122},
     };
-    for (const Query& query : queries()) {
+    for (const Query& query : queries) {
         for (const auto& row : rows) {
             SCOPED_TRACE(std::string(query.name) + " " + row.how);
             ScriptedPeer peer({opening(answers) + Script{expectMessage(), sendWhole(adminInitReply(zeros(4))),
@@ -489,7 +484,7 @@ TEST(QueryOnTheWire, PeerThatHasGoneIsMinus102AndKillsNobody)
     fatal.sa_handler = SIG_DFL;
     sigemptyset(&fatal.sa_mask);
     ASSERT_EQ(0, sigaction(SIGPIPE, &fatal, &before));
-    for (const Query& query : queries()) {
+    for (const Query& query : queries) {
         SCOPED_TRACE(query.name);
         ScriptedPeer peer({opening(answers) + Script{resetLink()}});
         Opened opened = openAt(peer.port());
