@@ -1,0 +1,3 @@
+# source/c/stapi_krv_socketcomms.cpp
+# A reply that ends before its result passes for consent.
+/^int decodeAuthReply(/,/^}/ s/if (body\.spent)/if (body.overrun)/
