@@ -1,10 +1,12 @@
 // Calls in progress: a small table beside the list of connections.
 //
-// A slot is claimed and changed under gtlLock. Its call gives it back without the lock, by one exchange that also tells
-// the call what happened to it: so a call can always end, even if the list is held up.
+// A slot that holds a token is found and changed under gtlLock. Its call gives it back without the lock, by one exchange
+// that fails if somebody disturbed the call: so a call can always end, even if the list is held up. A call that would
+// have to remove its connection then condemns it instead.
 
 #include "stapi_krv_calls.h"
 
+#include <pthread.h>
 #include <sys/socket.h>
 
 namespace {
@@ -14,23 +16,27 @@ constexpr int SLOTS = 1024;
 
 enum SlotState {
     FREE,
+    CLAIMED, // being filled in
     BUSY,
     INTERRUPTED,      // busy, and its waits were ended
     ABANDONED,        // busy, and its connection was closed by another thread
     INTERRUPTED_IDLE, // no call in progress; the next one is interrupted
+    CONDEMNED,        // no call in progress; the next holder of gtlLock removes the connection
 };
 
 } // namespace
 
 struct _CallSlot {
     Internal_GatewayToken_t* token;
+    ThreadId caller; // of a condemned token
     int state;
 };
 
 namespace {
 
 CallSlot slots[SLOTS] = {};
-int slotsUsed = 0; // slots from here on were never used; grows under gtlLock
+int slotsUsed = 0; // slots from here on were never used
+int condemned = 0; // slots in that state
 
 __attribute__((tls_model("initial-exec"))) thread_local CallSlot* currentCall = nullptr;
 
@@ -45,19 +51,36 @@ bool changeState(CallSlot* slot, int from, int to)
     return __atomic_compare_exchange_n(&slot->state, &from, to, false, __ATOMIC_SEQ_CST, __ATOMIC_SEQ_CST);
 }
 
-CallSlot* freeSlot()
+int used()
 {
-    for (int i = 0; i < slotsUsed; ++i) {
-        if (stateOf(&slots[i]) == FREE) return &slots[i];
-    }
-    return slotsUsed < SLOTS ? &slots[slotsUsed++] : nullptr;
+    return __atomic_load_n(&slotsUsed, __ATOMIC_SEQ_CST);
 }
 
-// The slot that holds the token, NULL if none does.
+// A free slot, which is then in the state `state` and holds the token; NULL if there is none.
+CallSlot* claimSlot(Internal_GatewayToken_t* token, int state)
+{
+    for (int i = 0; i < SLOTS; ++i) {
+        if (!changeState(&slots[i], FREE, CLAIMED)) continue;
+        int before = used();
+        while (before <= i
+            && !__atomic_compare_exchange_n(&slotsUsed, &before, i + 1, false, __ATOMIC_SEQ_CST, __ATOMIC_SEQ_CST)) {
+        }
+        __atomic_store_n(&slots[i].token, token, __ATOMIC_SEQ_CST);
+        slots[i].caller = pthread_self();
+        __atomic_store_n(&slots[i].state, state, __ATOMIC_SEQ_CST);
+        return &slots[i];
+    }
+    return nullptr;
+}
+
+// The slot of the token's call, or of its next one; NULL if there is none.
 CallSlot* slotOf(const Internal_GatewayToken_t* token)
 {
-    for (int i = 0; i < slotsUsed; ++i) {
-        if (stateOf(&slots[i]) != FREE && slots[i].token == token) return &slots[i];
+    const int count = used();
+    for (int i = 0; i < count; ++i) {
+        const int state = stateOf(&slots[i]);
+        if (state == FREE || state == CLAIMED || state == CONDEMNED) continue;
+        if (__atomic_load_n(&slots[i].token, __ATOMIC_SEQ_CST) == token) return &slots[i];
     }
     return nullptr;
 }
@@ -76,13 +99,18 @@ CallSlot* enterCall(Internal_GatewayToken_t* token)
     if (slot) {
         changeState(slot, INTERRUPTED_IDLE, INTERRUPTED);
     } else {
-        slot = freeSlot();
+        slot = claimSlot(token, BUSY);
         if (!slot) return nullptr;
-        slot->token = token;
-        __atomic_store_n(&slot->state, BUSY, __ATOMIC_SEQ_CST);
     }
     currentCall = slot;
     return slot;
+}
+
+int leaveUndisturbed(CallSlot* slot)
+{
+    if (!changeState(slot, BUSY, FREE)) return 0;
+    currentCall = nullptr;
+    return 1;
 }
 
 CallOutcome leaveCall(CallSlot* slot)
@@ -93,6 +121,38 @@ CallOutcome leaveCall(CallSlot* slot)
     case ABANDONED: return CALL_ABANDONED;
     default: return CALL_UNDISTURBED;
     }
+}
+
+int condemnCall(CallSlot* slot)
+{
+    currentCall = nullptr;
+    slot->caller = pthread_self();
+    __atomic_add_fetch(&condemned, 1, __ATOMIC_SEQ_CST);
+    if (changeState(slot, BUSY, CONDEMNED) || changeState(slot, INTERRUPTED, CONDEMNED)) return 1;
+    __atomic_sub_fetch(&condemned, 1, __ATOMIC_SEQ_CST);
+    __atomic_store_n(&slot->state, FREE, __ATOMIC_SEQ_CST);
+    return 0;
+}
+
+void condemnToken(Internal_GatewayToken_t* token)
+{
+    __atomic_add_fetch(&condemned, 1, __ATOMIC_SEQ_CST);
+    if (!claimSlot(token, CONDEMNED)) __atomic_sub_fetch(&condemned, 1, __ATOMIC_SEQ_CST);
+}
+
+int takeCondemned(Internal_GatewayToken_t** tokenPtr, ThreadId* ownerPtr)
+{
+    if (__atomic_load_n(&condemned, __ATOMIC_SEQ_CST) == 0) return 0;
+    const int count = used();
+    for (int i = 0; i < count; ++i) {
+        if (stateOf(&slots[i]) != CONDEMNED) continue;
+        *tokenPtr = __atomic_load_n(&slots[i].token, __ATOMIC_SEQ_CST);
+        *ownerPtr = slots[i].caller;
+        __atomic_store_n(&slots[i].state, FREE, __ATOMIC_SEQ_CST);
+        __atomic_sub_fetch(&condemned, 1, __ATOMIC_SEQ_CST);
+        return 1;
+    }
+    return 0;
 }
 
 int callIsInterrupted()
@@ -115,13 +175,7 @@ int isBusy(Internal_GatewayToken_t* token)
 void interruptToken(Internal_GatewayToken_t* token)
 {
     CallSlot* slot = slotOf(token);
-    if (!slot || (!changeState(slot, BUSY, INTERRUPTED) && stateOf(slot) == FREE)) {
-        slot = freeSlot();
-        if (slot) {
-            slot->token = token;
-            __atomic_store_n(&slot->state, INTERRUPTED_IDLE, __ATOMIC_SEQ_CST);
-        }
-    }
+    if (!slot || (!changeState(slot, BUSY, INTERRUPTED) && stateOf(slot) == FREE)) claimSlot(token, INTERRUPTED_IDLE);
     shutDown(token);
 }
 
@@ -133,5 +187,7 @@ int abandonToken(Internal_GatewayToken_t* token)
     changeState(slot, BUSY, INTERRUPTED);
     if (stateOf(slot) == FREE) return 0;
     shutDown(token);
-    return changeState(slot, INTERRUPTED, ABANDONED) ? 1 : 0;
+    if (changeState(slot, INTERRUPTED, ABANDONED)) return 1;
+    if (changeState(slot, CONDEMNED, FREE)) __atomic_sub_fetch(&condemned, 1, __ATOMIC_SEQ_CST);
+    return 0;
 }

@@ -40,6 +40,12 @@ void setStatus(Internal_GatewayToken_t* token, int32_t connStatus)
     __atomic_store_n(&token->connStatus, connStatus, __ATOMIC_RELAXED);
 }
 
+// A token that has just been opened is described without gtlLock, while others change its link.
+void setNext(Internal_GatewayToken_t* token, Internal_GatewayToken_t* next)
+{
+    __atomic_store_n(&token->nextGwyTokPtr, next, __ATOMIC_RELAXED);
+}
+
 // Gives back a token that is not on the list and has no socket.
 void discardToken(Internal_GatewayToken_t* token)
 {
@@ -136,7 +142,7 @@ void unlinkToken(Internal_GatewayToken_t* token, Internal_GatewayToken_t* parent
         gtListHeadPtr = token->nextGwyTokPtr;
         return;
     }
-    parent->nextGwyTokPtr = token->nextGwyTokPtr;
+    setNext(parent, token->nextGwyTokPtr);
     if (!parent->nextGwyTokPtr) gtListTailPtr = parent;
 }
 
@@ -160,19 +166,70 @@ bool removeToken(Internal_GatewayToken_t* token, Internal_GatewayToken_t* parent
     return !abandonToken(token);
 }
 
-// The body of deleteGatewayToken for a token that is not NULL.
-int deleteToken(const KRV_GatewayToken_t* gwTokPtr, Internal_GatewayToken_t* token, int lockRequired)
+// Condemned tokens on their way from the list to their end; guarded by gtlLock.
+Internal_GatewayToken_t* lateTokens = nullptr;
+
+// Takes the token off the list for unlockList to destroy, if it is there and belongs to that thread.
+void removeCondemned(const Internal_GatewayToken_t* condemned, ThreadId owner)
+{
+    Internal_GatewayToken_t* parent = nullptr;
+    Internal_GatewayToken_t* token = gtListHeadPtr;
+    for (int steps = 0; token && token != condemned && steps < GTL_RUNAWAY_LIMIT; ++steps) {
+        parent = token;
+        token = token->nextGwyTokPtr;
+    }
+    ProcessId currentPid;
+    getPidTid(&currentPid, nullptr);
+    if (token != condemned || token->owningPid != currentPid || !compareTids(token->owningTid, owner)) return;
+    if (!removeToken(token, parent)) return;
+    token->nextGwyTokPtr = lateTokens;
+    lateTokens = token;
+}
+
+// Takes gtlLock, and off the list what calls had to leave there that could not get the lock in time. False if this call
+// cannot either.
+bool lockList()
+{
+    if (!requestLockInTime(&gtlLock)) return false;
+    Internal_GatewayToken_t* condemned = nullptr;
+    ThreadId owner = {};
+    while (takeCondemned(&condemned, &owner)) {
+        if (condemned) removeCondemned(condemned, owner);
+    }
+    return true;
+}
+
+void unlockList()
+{
+    Internal_GatewayToken_t* late = lateTokens;
+    lateTokens = nullptr;
+    releaseLock(&gtlLock);
+    while (late) {
+        Internal_GatewayToken_t* const next = late->nextGwyTokPtr;
+        setHurry(1);
+        destroyToken(&late, late);
+        setHurry(0);
+        late = next;
+    }
+}
+
+// The body of deleteGatewayToken for a token that is not NULL; with the slot of the caller's own call on it, or NULL.
+int deleteToken(
+    const KRV_GatewayToken_t* gwTokPtr, Internal_GatewayToken_t* token, int lockRequired, CallSlot* slot)
 {
     if (lockRequired != GTL_LOCK_REQUIRED) {
         if (removeToken(token, nullptr)) destroyToken(gwTokPtr, token);
         return KRVSTAT_OK;
     }
+    if (!lockList()) {
+        if (slot && !condemnCall(slot)) destroyToken(gwTokPtr, token);
+        return KRVSTAT_GATEWAY_PROTOCOL_ERROR;
+    }
     Internal_GatewayToken_t* parent = nullptr;
-    bool ours = false;
-    if (!requestLockInTime(&gtlLock)) return KRVSTAT_GATEWAY_PROTOCOL_ERROR;
-    const bool found = findGatewayToken(token, &parent) == GTL_TOKEN_FOUND;
-    if (found) ours = removeToken(token, parent);
-    releaseLock(&gtlLock);
+    bool ours = slot && leaveCall(slot) == CALL_ABANDONED;
+    const bool found = ours || findGatewayToken(token, &parent) == GTL_TOKEN_FOUND;
+    if (found && !ours) ours = removeToken(token, parent);
+    unlockList();
     if (!found) return KRVSTAT_GATEWAY_TOKEN_NOT_FOUND;
     if (ours) destroyToken(gwTokPtr, token);
     return KRVSTAT_OK;
@@ -191,7 +248,7 @@ int appendToken(Internal_GatewayToken_t* newToken, CallSlot** slotPtr)
         if (!*slotPtr) return KRVSTAT_OUT_OF_MEMORY;
     }
     if (gtListHeadPtr) {
-        gtListTailPtr->nextGwyTokPtr = newToken;
+        setNext(gtListTailPtr, newToken);
     } else {
         gtListHeadPtr = newToken;
     }
@@ -206,11 +263,11 @@ int chainToken(Internal_GatewayToken_t* newToken, CallSlot** slotPtr)
     if (!newToken) {
         gwyTokRc = KRVSTAT_NULL_GATEWAY_TOKEN_POINTER;
         traceExc(2021, "stapi_krv_gwytok.chainGatewayToken() Chain request was for a null token\n");
-    } else if (!requestLockInTime(&gtlLock)) {
+    } else if (!lockList()) {
         gwyTokRc = KRVSTAT_CONNECT_TIMEOUT;
     } else {
         gwyTokRc = appendToken(newToken, slotPtr);
-        releaseLock(&gtlLock);
+        unlockList();
     }
     traceExit(2022, "stapi_krv_gwytok.chainGatewayToken(newToken=%p) rc=%d\n", static_cast<void*>(newToken), gwyTokRc);
     return gwyTokRc;
@@ -249,9 +306,11 @@ int verifyToken(Internal_GatewayToken_t* gwTokPtr, CallSlot** slotPtr)
 {
     traceEntry(2006, "stapi_krv_gwytok.verifyGatewayToken(&gwTokPtr=%p)\n", static_cast<void*>(gwTokPtr));
     int gwyTokRc = KRVSTAT_GATEWAY_PROTOCOL_ERROR;
-    if (requestLockInTime(&gtlLock)) {
+    if (lockList()) {
         gwyTokRc = checkToken(gwTokPtr, slotPtr);
-        releaseLock(&gtlLock);
+        unlockList();
+    } else if (slotPtr) {
+        condemnToken(gwTokPtr);
     }
     traceExit(2008, "stapi_krv_gwytok.verifyGatewayToken(&gwTokPtr=%p) rc=%d\n", static_cast<void*>(gwTokPtr),
         gwyTokRc);
@@ -263,7 +322,7 @@ int verifyToken(Internal_GatewayToken_t* gwTokPtr, CallSlot** slotPtr)
 // to.
 bool deleteHead(int deleted)
 {
-    if (!requestLockInTime(&gtlLock)) return false;
+    if (!lockList()) return false;
     Internal_GatewayToken_t* indexToken = gtListHeadPtr;
     bool ours = false;
     if (indexToken) {
@@ -275,7 +334,7 @@ bool deleteHead(int deleted)
             static_cast<void*>(&indexToken), GTL_LOCK_HELD);
         ours = removeToken(indexToken, nullptr);
     }
-    releaseLock(&gtlLock);
+    unlockList();
     if (!indexToken) return false;
     if (ours) destroyToken(&indexToken, indexToken);
     traceExit(2012, "stapi_krv_gwytok.deleteGatewayToken(&gwTokPtr=%p, lockRequired=%d) rc=%d\n",
@@ -286,8 +345,8 @@ bool deleteHead(int deleted)
 // Ends the call of an open that failed with the code, and the token with it. Returns the code to go on with.
 int endFailedOpen(KRV_GatewayToken_t* tokenPtr, CallSlot* slot, int gwyTokRc)
 {
-    if (endTokenCall(*tokenPtr, slot) == CALL_ABANDONED) return KRVSTAT_GATEWAY_PROTOCOL_ERROR;
-    deleteGatewayToken(tokenPtr, GTL_LOCK_REQUIRED);
+    if (callIsInterrupted()) gwyTokRc = KRVSTAT_GATEWAY_PROTOCOL_ERROR;
+    removeAfterCall(tokenPtr, slot);
     return gwyTokRc;
 }
 
@@ -361,18 +420,21 @@ int createGatewayToken(KRV_GatewayToken_t* gwTokPtr, char* hostname, int port)
     CallSlot* slot = nullptr;
     const KRV_GatewayToken_t before = *gwTokPtr;
     const int gwyTokRc = createForCall(gwTokPtr, hostname, port, &slot);
-    if (gwyTokRc == KRVSTAT_OK && endTokenCall(*gwTokPtr, slot) == CALL_ABANDONED) {
+    if (gwyTokRc == KRVSTAT_OK && !leaveUndisturbed(slot)) {
+        removeAfterCall(gwTokPtr, slot);
         *gwTokPtr = before;
         return KRVSTAT_GATEWAY_PROTOCOL_ERROR;
     }
     return gwyTokRc;
 }
 
-CallOutcome endTokenCall(Internal_GatewayToken_t* token, CallSlot* slot)
+void removeAfterCall(KRV_GatewayToken_t* gwTokPtr, CallSlot* slot)
 {
-    const CallOutcome outcome = leaveCall(slot);
-    if (outcome == CALL_ABANDONED) destroyToken(&token, token);
-    return outcome;
+    traceEntry(2009, "stapi_krv_gwytok.deleteGatewayToken(&gwTokPtr=%p, lockRequired=%d)\n",
+        static_cast<void*>(gwTokPtr), GTL_LOCK_REQUIRED);
+    const int gwyTokRc = deleteToken(gwTokPtr, *gwTokPtr, GTL_LOCK_REQUIRED, slot);
+    traceExit(2012, "stapi_krv_gwytok.deleteGatewayToken(&gwTokPtr=%p, lockRequired=%d) rc=%d\n",
+        static_cast<void*>(gwTokPtr), GTL_LOCK_REQUIRED, gwyTokRc);
 }
 
 int openStatsSocket(Internal_GatewayToken_t* gwTokPtr, char* hostname, int port)
@@ -407,10 +469,10 @@ int verifyForCall(Internal_GatewayToken_t* gwTokPtr, CallSlot** slotPtr)
 
 int interruptGatewayToken(Internal_GatewayToken_t* token)
 {
-    if (!requestLockInTime(&gtlLock)) return KRVSTAT_GATEWAY_PROTOCOL_ERROR;
+    if (!lockList()) return KRVSTAT_GATEWAY_PROTOCOL_ERROR;
     const bool found = findGatewayToken(token, nullptr) == GTL_TOKEN_FOUND;
     if (found) interruptToken(token);
-    releaseLock(&gtlLock);
+    unlockList();
     return found ? KRVSTAT_OK : KRVSTAT_GATEWAY_TOKEN_NOT_FOUND;
 }
 
@@ -424,7 +486,7 @@ int deleteGatewayToken(KRV_GatewayToken_t* gwTokPtr, int lockRequired)
     } else if (!*gwTokPtr) {
         gwyTokRc = KRVSTAT_NULL_GATEWAY_TOKEN;
     } else {
-        gwyTokRc = deleteToken(gwTokPtr, *gwTokPtr, lockRequired);
+        gwyTokRc = deleteToken(gwTokPtr, *gwTokPtr, lockRequired, nullptr);
     }
     traceExit(2012, "stapi_krv_gwytok.deleteGatewayToken(&gwTokPtr=%p, lockRequired=%d) rc=%d\n",
         static_cast<void*>(gwTokPtr), lockRequired, gwyTokRc);
@@ -465,7 +527,8 @@ int formatGatewayToken(Internal_GatewayToken_t* gwTokPtr, char* formattedToken)
         __atomic_load_n(&gwTokPtr->connStatus, __ATOMIC_RELAXED),
         __atomic_load_n(&gwTokPtr->socketDescriptor, __ATOMIC_RELAXED), static_cast<void*>(gwTokPtr->connRSPtr),
         static_cast<void*>(__atomic_load_n(&gwTokPtr->resultSetBuf, __ATOMIC_RELAXED)), static_cast<unsigned int>(gwTokPtr->owningPid),
-        static_cast<unsigned int>(gwTokPtr->owningTid), static_cast<void*>(gwTokPtr->nextGwyTokPtr));
+        static_cast<unsigned int>(gwTokPtr->owningTid),
+        static_cast<void*>(__atomic_load_n(&gwTokPtr->nextGwyTokPtr, __ATOMIC_RELAXED)));
     return KRVSTAT_OK;
 }
 
@@ -475,7 +538,7 @@ int dumpGatewayTokens()
     int gwyTokRc = KRVSTAT_OK;
     int shown = 0;
 
-    requestLock(&gtlLock);
+    lockList();
     pinTraceDestination();
     fprintf(traceStream(), "Gateway Token List dump\n");
     writeTraceRule();
@@ -498,7 +561,7 @@ int dumpGatewayTokens()
             "stapi_krv_gwytok.dumpGatewayTokens() Gateway Token List iteration has hit RUNAWAY limit %d.....\n",
             GTL_RUNAWAY_LIMIT);
     }
-    releaseLock(&gtlLock);
+    unlockList();
 
     traceExit(2018, "stapi_krv_gwytok.dumpGatewayTokens() rc=%d\n", gwyTokRc);
     return gwyTokRc;

@@ -219,7 +219,6 @@ int shareProtocolVersion(Internal_GatewayToken_t* token, char** protocolVersionP
     if (dup2NativeString(token->protocolVersion, &version) != 0) return KRVSTAT_OUT_OF_MEMORY;
     free(token->protocolVersion);
     token->protocolVersion = version;
-    *protocolVersionPtr = version;
     traceEvent(1142, "API.openRemoteGatewayConnection(&protoColVersion=0x%p) created String for proto@0x%p\n",
         static_cast<void*>(protocolVersionPtr), static_cast<void*>(version));
     return KRVSTAT_OK;
@@ -237,16 +236,17 @@ int openConnection(char* hostname, int port, KRV_GatewayToken_t* gwTokPtr, char*
         traceExc(1142,
             "API.openRemoteGatewayConnection(gwTokPtr=0x%p) New gateway token has NULL protocolVersion pointer\n",
             static_cast<void*>(token));
-        *protocolVersionPtr = nullptr;
     } else {
         krvStatRc = shareProtocolVersion(token, protocolVersionPtr);
     }
-    if (endTokenCall(token, slot) == CALL_ABANDONED) {
-        krvStatRc = KRVSTAT_GATEWAY_PROTOCOL_ERROR;
-    } else if (krvStatRc != KRVSTAT_OK) {
-        deleteGatewayToken(gwTokPtr, GTL_LOCK_REQUIRED);
+    char* const version = token->protocolVersion; // once the call is left, another thread may close the connection
+    if (krvStatRc == KRVSTAT_OK && leaveUndisturbed(slot)) {
+        *protocolVersionPtr = version;
+        return KRVSTAT_OK;
     }
-    if (krvStatRc != KRVSTAT_OK) *gwTokPtr = before;
+    if (krvStatRc == KRVSTAT_OK) krvStatRc = KRVSTAT_GATEWAY_PROTOCOL_ERROR;
+    removeAfterCall(gwTokPtr, slot);
+    *gwTokPtr = before;
     return krvStatRc;
 }
 
@@ -359,16 +359,16 @@ int runQuery(
 {
     Internal_ResultSetToken_t* resultSet = token->connRSPtr;
     int krvStatRc = askGateway(query, token, ids);
-    if (isCommsFailure(krvStatRc) && callHasExpired()) krvStatRc = KRVSTAT_GATEWAY_PROTOCOL_ERROR;
-    const CallOutcome outcome = endTokenCall(token, slot);
-    if (outcome != CALL_UNDISTURBED) krvStatRc = KRVSTAT_GATEWAY_PROTOCOL_ERROR;
-
-    if (krvStatRc == KRVSTAT_OK) *resultPtr = resultSet;
-    if (isCommsFailure(krvStatRc) && outcome != CALL_ABANDONED) {
-        traceEvent(query.removing, "API.%s Removing GatewayToken %p due to comms failure %d\n", query.function,
-            static_cast<void*>(token), krvStatRc);
-        deleteGatewayToken(&token, GTL_LOCK_REQUIRED);
+    if (!isCommsFailure(krvStatRc) && leaveUndisturbed(slot)) {
+        if (krvStatRc == KRVSTAT_OK) *resultPtr = resultSet;
+        return krvStatRc;
     }
+    if (!isCommsFailure(krvStatRc) || callHasExpired() || callIsInterrupted()) {
+        krvStatRc = KRVSTAT_GATEWAY_PROTOCOL_ERROR;
+    }
+    traceEvent(query.removing, "API.%s Removing GatewayToken %p due to comms failure %d\n", query.function,
+        static_cast<void*>(token), krvStatRc);
+    removeAfterCall(&token, slot);
     return krvStatRc;
 }
 

@@ -150,8 +150,10 @@ int waitForReply(int socketDesc)
     return rc < 0 ? rc : 0;
 }
 
+// A call that is late receives nothing more, also from a gateway that never lets it wait: as if that had closed.
 ssize_t receive(int socketDesc, char* data, size_t size)
 {
+    if (callHasExpired()) return 0;
     const int flags = callIsLimited() ? MSG_DONTWAIT : 0;
     ssize_t rc;
     do {

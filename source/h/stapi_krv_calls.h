@@ -4,7 +4,7 @@
  * busy connection gone shuts its socket down, which ends every wait on it, and leaves the rest to the call: that is the
  * one place that knows when nothing uses the connection any more.
  *
- * Threads: everything is done under gtlLock, except leaving a call, which takes no lock.
+ * Threads: everything is done under gtlLock, except that a call ends undisturbed, or gives up on the lock, without it.
  */
 #ifndef STAPI_KRV_CALLS_H
 #define STAPI_KRV_CALLS_H
@@ -29,8 +29,23 @@ typedef enum _CallOutcome {
 /* Marks the token busy by the calling thread. NULL if there are too many calls in progress. */
 CallSlot* enterCall(Internal_GatewayToken_t* token);
 
-/* Ends the call; the token is not touched after that, unless it was abandoned. */
+/* Ends the call if nobody disturbed it: 1, and the token is not touched after that. Takes no lock. */
+int leaveUndisturbed(CallSlot* slot);
+
+/* Ends the call, whatever became of it. The caller holds gtlLock, and takes the token off the list before it lets go of
+ * the lock, unless it was abandoned. */
 CallOutcome leaveCall(CallSlot* slot);
+
+/* For a call that could not get gtlLock in time, and whose connection must not be used again: ends the call and leaves
+ * the token to the next holder of gtlLock. 1; or 0 if it was abandoned, and is the call's to destroy. */
+int condemnCall(CallSlot* slot);
+
+/* The same before the token could even be looked up: the pointer is only compared, with the calling thread's tokens. */
+void condemnToken(Internal_GatewayToken_t* token);
+
+/* Hands out what one call condemned: 1, the pointer and the thread that it must belong to. 0 if there is nothing left.
+ * The caller holds gtlLock. */
+int takeCondemned(Internal_GatewayToken_t** tokenPtr, ThreadId* ownerPtr);
 
 /* 1 if somebody interrupted the calling thread's call. */
 int callIsInterrupted(void);

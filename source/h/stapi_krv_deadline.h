@@ -29,6 +29,9 @@ int callIsLimited(void);
 /* 1 if a wait of the call in progress was ended by its deadline, or the deadline has passed. */
 int callHasExpired(void);
 
+/* While on, everything counts as late: nothing waits. For what a call does on behalf of another. */
+void setHurry(int on);
+
 /* Cuts *wait down to what is left before the deadline. */
 void limitWait(struct timeval* wait);
 

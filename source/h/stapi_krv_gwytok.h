@@ -73,12 +73,14 @@ extern const char version4stapi_krv_gwytok[];
 /* ---- For the library's own modules; not exported ---------------------------------------------------------------- */
 
 /* createGatewayToken and verifyGatewayToken, which on success leave the token marked busy by the calling thread, until
- * endTokenCall. verifyForCall gives -122 if the deadline came before gtlLock. */
+ * leaveUndisturbed or removeAfterCall. verifyForCall gives -122 if the deadline came before gtlLock, and has condemned
+ * the token. */
 int createForCall(KRV_GatewayToken_t* gwTokPtr, char* hostname, int port, CallSlot** slotPtr);
 int verifyForCall(Internal_GatewayToken_t* gwTokPtr, CallSlot** slotPtr);
 
-/* Ends the call on the token. If another thread closed it meanwhile, the token is destroyed here. */
-CallOutcome endTokenCall(Internal_GatewayToken_t* token, CallSlot* slot);
+/* Ends the call on a token that is not to be used again, and deletes the token, as deleteGatewayToken does. Between the
+ * two nobody else can close it, and put another connection in its place. */
+void removeAfterCall(KRV_GatewayToken_t* gwTokPtr, CallSlot* slot);
 
 /* Interrupts the call on the token, or the next one. 0, -101, or -122 if the deadline came before gtlLock. */
 int interruptGatewayToken(Internal_GatewayToken_t* token);

@@ -18,6 +18,7 @@
 #include "failing_calls.h"
 #include "gateway_process.h"
 #include "krvstats.h"
+#include "krvstats_ext.h"
 #include "reply_builder.h"
 #include "result_sets.h"
 #include "socket_calls.h"
@@ -559,6 +560,46 @@ void refusedLocks()
     EXPECT_EQ(0, destroyLock(&lock));
 }
 
+// Calls that come too late, calls that another thread ends, and the ways in which their connections go.
+void deadlinesAndInterruptions()
+{
+    GatewayProcess silent({"no-answer@get-stats", "no-answer@close"});
+    KRV_GatewayToken_t token = nullptr;
+    KRV_ResultSetToken_t set = nullptr;
+    char* version = nullptr;
+    EXPECT_EQ(-104, setCallDeadline(-1));
+    EXPECT_EQ(-100, interruptGatewayConnection(nullptr));
+    EXPECT_EQ(0, openRemoteGatewayConnection(localHost, silent.port(), &token, &version));
+    EXPECT_EQ(0, interruptGatewayConnection(token));
+    EXPECT_EQ(-122, getStats(token, &set));
+    EXPECT_EQ(-101, interruptGatewayConnection(token));
+
+    EXPECT_EQ(0, openRemoteGatewayConnection(localHost, silent.port(), &token, &version));
+    EXPECT_EQ(0, setCallDeadline(50));
+    EXPECT_EQ(-122, getStats(token, &set));
+    EXPECT_EQ(0, setCallDeadline(0));
+    EXPECT_EQ(0, openRemoteGatewayConnection(localHost, silent.port(), &token, &version));
+    EXPECT_EQ(0, setCallDeadline(50));
+    EXPECT_EQ(0, closeGatewayConnection(&token));
+
+    EXPECT_EQ(0, setCallDeadline(0));
+    KRV_GatewayToken_t another = nullptr;
+    EXPECT_EQ(0, openRemoteGatewayConnection(localHost, silent.port(), &token, &version));
+    EXPECT_EQ(0, openRemoteGatewayConnection(localHost, silent.port(), &another, &version));
+    EXPECT_EQ(0, requestLock(&gtlLock));
+    std::thread([] { // not its token: nothing comes of it
+        EXPECT_EQ(0, setCallDeadline(30));
+        KRV_ResultSetToken_t others = nullptr;
+        EXPECT_EQ(-122, getStats(gtListHeadPtr, &others));
+    }).join();
+    EXPECT_EQ(0, releaseLock(&gtlLock));
+    EXPECT_EQ(token, gtListHeadPtr);
+    EXPECT_EQ(0, setCallDeadline(50));
+    EXPECT_EQ(0, closeAllGatewayConnections());
+    EXPECT_EQ(0, setCallDeadline(0));
+    EXPECT_EQ(nullptr, gtListHeadPtr);
+}
+
 const Scenario scenarios[] = {
     {"everyCall", everyCall},
     {"everyAllocationFails", everyAllocationFails},
@@ -575,6 +616,7 @@ const Scenario scenarios[] = {
     {"primitives", primitives},
     {"strangeLists", strangeLists},
     {"refusedLocks", refusedLocks},
+    {"deadlinesAndInterruptions", deadlinesAndInterruptions},
 };
 
 // ---- Claims -------------------------------------------------------------------------------------------------------
@@ -720,6 +762,8 @@ TEST(Catalogue, EachFunctionKeepsToItsNumbers)
         {"dup2ASCIIString", {{1108, 1115}}},
         {"dup2NativeString", {{1116, 1123}}},
         {"stapiInit", {{1124, 1124}}},
+        {"setCallDeadline", {{1143, 1145}}},
+        {"interruptGatewayConnection", {{1146, 1148}}},
         {"getFirstId", {{1150, 1152}}},
         {"getNextId", {{1153, 1155}}},
         {"getFirstStat", {{1156, 1158}}},
