@@ -35,11 +35,6 @@ namespace {
 constexpr int CONNECT_WAIT_SECONDS = 60;
 constexpr int PORT_TEXT_SIZE = 16;
 
-const char* orNull(const char* text)
-{
-    return text ? text : "NULL";
-}
-
 // What is left of the wait when a signal cut it short; never nothing, so that a connect that just finished is seen.
 timeval remainingWait(time_t selectStartTime)
 {

@@ -30,11 +30,6 @@ namespace {
 
 constexpr int TOKEN_SIZE = static_cast<int>(sizeof(Internal_GatewayToken_t));
 
-const char* orNull(const char* text)
-{
-    return text ? text : "NULL";
-}
-
 void setStatus(Internal_GatewayToken_t* token, int32_t connStatus)
 {
     __atomic_store_n(&token->connStatus, connStatus, __ATOMIC_RELAXED);

@@ -33,11 +33,6 @@ constexpr size_t COPY_SIZE_LIMIT = 32766; // of a copied text, terminator includ
 constexpr int LOWEST_PORT = 1;
 constexpr int HIGHEST_PORT = 65535;
 
-const char* orNull(const char* text)
-{
-    return text ? text : "NULL";
-}
-
 // ---- Set-up ----
 
 // The process that is setting the library up at the moment, 0 if none is. A claim left by a process that this one was
@@ -628,23 +623,23 @@ int walk(const Worker& worker, Internal_ResultSetToken_t* resultSet, const void*
     return krvStatRc;
 }
 
-int walkIds(const Worker& worker, Internal_ResultSetToken_t* resultSet, KRV_IdData_t* record)
+void showElement(const Step& step, KRV_IdData_t* record)
 {
-    Step step = {};
-    const int krvStatRc = walk(worker, resultSet, record, &step);
-    if (step.fromStart) memcpy(record->eyecatcher, resultSet->rsBuffPtr, EYECATCHER_SIZE);
-    if (krvStatRc != KRVSTAT_OK) return krvStatRc;
-    record->queryElementPtr = step.queryElementPtr;
-    record->queryElementLen = step.queryElementLen;
-    record->queryElementRC = step.queryElementRC;
-    if (step.hasElement) {
-        record->idLen = step.idLen;
-        record->idPtr = step.idPtr;
-    }
-    return KRVSTAT_OK;
+    record->idLen = step.idLen;
+    record->idPtr = step.idPtr;
 }
 
-int walkStats(const Worker& worker, Internal_ResultSetToken_t* resultSet, KRV_StatData_t* record)
+void showElement(const Step& step, KRV_StatData_t* record)
+{
+    record->statIdLen = step.idLen;
+    record->statIdPtr = step.idPtr;
+    record->statValueLen = step.valueLen;
+    record->statValuePtr = step.valuePtr;
+}
+
+// Takes one step and shows it in the caller's record.
+template <typename Record>
+int walkInto(const Worker& worker, Internal_ResultSetToken_t* resultSet, Record* record)
 {
     Step step = {};
     const int krvStatRc = walk(worker, resultSet, record, &step);
@@ -653,12 +648,7 @@ int walkStats(const Worker& worker, Internal_ResultSetToken_t* resultSet, KRV_St
     record->queryElementPtr = step.queryElementPtr;
     record->queryElementLen = step.queryElementLen;
     record->queryElementRC = step.queryElementRC;
-    if (step.hasElement) {
-        record->statIdLen = step.idLen;
-        record->statIdPtr = step.idPtr;
-        record->statValueLen = step.valueLen;
-        record->statValuePtr = step.valuePtr;
-    }
+    if (step.hasElement) showElement(step, record);
     return KRVSTAT_OK;
 }
 
@@ -702,14 +692,13 @@ int checkIterationArguments(const IterationCall& call, Internal_ResultSetToken_t
 }
 
 template <typename Record>
-int iterate(const IterationCall& call, const Worker& worker,
-    int (*walkRecords)(const Worker&, Internal_ResultSetToken_t*, Record*), KRV_ResultSetToken_t rsPtr, Record* record)
+int iterate(const IterationCall& call, const Worker& worker, KRV_ResultSetToken_t rsPtr, Record* record)
 {
     int krvStatRc = stapiInit();
     traceEntry(call.entry, "API.%s(rsPtr=%p, %s=%p)\n", call.function, static_cast<void*>(rsPtr), call.recordName,
         static_cast<void*>(record));
     if (krvStatRc == KRVSTAT_OK) krvStatRc = checkIterationArguments(call, rsPtr, record);
-    if (krvStatRc == KRVSTAT_OK) krvStatRc = walkRecords(worker, rsPtr, record);
+    if (krvStatRc == KRVSTAT_OK) krvStatRc = walkInto(worker, rsPtr, record);
     traceExit(call.exit, "API.%s(rsPtr=%p, %s=%p) rc=%d\n", call.function, static_cast<void*>(rsPtr), call.recordName,
         static_cast<void*>(record), krvStatRc);
     return krvStatRc;
@@ -1153,22 +1142,22 @@ int getStatsByStatGroupId(KRV_GatewayToken_t gwTok, char* providerIdPtr, KRV_Res
 
 int getFirstId(KRV_ResultSetToken_t rsPtr, KRV_IdData_t* idDataPtr)
 {
-    return iterate(firstIdCall, firstIdWorker, walkIds, rsPtr, idDataPtr);
+    return iterate(firstIdCall, firstIdWorker, rsPtr, idDataPtr);
 }
 
 int getNextId(KRV_ResultSetToken_t rsPtr, KRV_IdData_t* idDataPtr)
 {
-    return iterate(nextIdCall, nextIdWorker, walkIds, rsPtr, idDataPtr);
+    return iterate(nextIdCall, nextIdWorker, rsPtr, idDataPtr);
 }
 
 int getFirstStat(KRV_ResultSetToken_t rsPtr, KRV_StatData_t* statDataPtr)
 {
-    return iterate(firstStatCall, firstStatWorker, walkStats, rsPtr, statDataPtr);
+    return iterate(firstStatCall, firstStatWorker, rsPtr, statDataPtr);
 }
 
 int getNextStat(KRV_ResultSetToken_t rsPtr, KRV_StatData_t* statDataPtr)
 {
-    return iterate(nextStatCall, nextStatWorker, walkStats, rsPtr, statDataPtr);
+    return iterate(nextStatCall, nextStatWorker, rsPtr, statDataPtr);
 }
 
 // ---- Whole result sets ----

@@ -114,6 +114,12 @@ void writeTraceLineUnlocked(int tracePoint, const char* kind, const char* messag
 void writeTraceLineWithPreviousTimestamp(int tracePoint, const char* kind, const char* message, ...) TRACE_FORMAT(3);
 void writeTraceData(int tracePoint, const char* message, void* data, int dataLen, unsigned int stopWord, int translate);
 
+/* A text as an argument of a line: a missing one is named. */
+static inline const char* orNull(const char* text)
+{
+    return text ? text : "NULL";
+}
+
 /* Lets the compiler check the format of a DATA message. */
 static inline void checkTraceFormat(const char* message, ...) TRACE_FORMAT(1);
 static inline void checkTraceFormat(const char* message, ...)

@@ -7,6 +7,8 @@
 #include <thread>
 #include <vector>
 
+#include <csignal>
+
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -146,10 +148,14 @@ TEST_P(Queries, AnotherThreadAndAForkedChildAreRefusedAndNothingIsSent)
     other.join();
     EXPECT_EQ(KRVSTAT_TID_MISMATCH, result);
     pid_t child = fork();
-    if (child == 0) _exit(query.call(token, someIds, &set) == KRVSTAT_PID_MISMATCH && set == notWritten ? 0 : 1);
+    if (child == 0) {
+        // The good end is a signal: at an exit, a leak checker would blame what the peer's thread left behind in the fork.
+        if (query.call(token, someIds, &set) == KRVSTAT_PID_MISMATCH && set == notWritten) kill(getpid(), SIGKILL);
+        _exit(1);
+    }
     int status = -1;
     ASSERT_EQ(child, waitpid(child, &status, 0));
-    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+    EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL);
     EXPECT_EQ(KRVSTAT_NULL_RESULT_SET_POINTER, query.call(token, someIds, nullptr));
     EXPECT_EQ(notWritten, set);
     EXPECT_EQ(KRVSTAT_OK, closeGatewayConnection(&token));
