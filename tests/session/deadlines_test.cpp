@@ -501,8 +501,14 @@ Seen converse(const std::vector<std::string>& misbehaviours, int deadlineMs)
     seen.trace = numbers(trace.lines());
     EXPECT_TRUE(gateway.awaitTranscript("---"));
     gateway.stop();
-    for (const std::string& line : gateway.transcript())
-        if (line.find("C>G") != std::string::npos) seen.transcript.push_back(line);
+    // Behind a bad eyecatcher the reply's body stays unread, and the reset that this makes of the client's close may overtake
+    // its goodbye.
+    const bool goodbyeMayBeLost = !misbehaviours.empty() && misbehaviours[0].starts_with("bad-eyecatcher");
+    for (const std::string& line : gateway.transcript()) {
+        if (line.find("C>G") == std::string::npos) continue;
+        if (goodbyeMayBeLost && line.find(" close ") != std::string::npos) continue;
+        seen.transcript.push_back(line);
+    }
     return seen;
 }
 
