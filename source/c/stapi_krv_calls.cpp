@@ -6,8 +6,10 @@
 
 #include "stapi_krv_calls.h"
 
-#include <pthread.h>
+#include <string.h>
 #include <sys/socket.h>
+
+#include "stapi_krv_caller.h"
 
 namespace {
 
@@ -66,7 +68,7 @@ CallSlot* claimSlot(Internal_GatewayToken_t* token, int state)
             && !__atomic_compare_exchange_n(&slotsUsed, &before, i + 1, false, __ATOMIC_SEQ_CST, __ATOMIC_SEQ_CST)) {
         }
         __atomic_store_n(&slots[i].token, token, __ATOMIC_SEQ_CST);
-        slots[i].caller = pthread_self();
+        slots[i].caller = currentThread();
         __atomic_store_n(&slots[i].state, state, __ATOMIC_SEQ_CST);
         return &slots[i];
     }
@@ -85,8 +87,10 @@ CallSlot* slotOf(const Internal_GatewayToken_t* token)
     return nullptr;
 }
 
+// Not in a forked child: the connection is its parent's too.
 void shutDown(const Internal_GatewayToken_t* token)
 {
+    if (token->owningPid != currentProcess()) return;
     const int socketDesc = __atomic_load_n(&token->socketDescriptor, __ATOMIC_SEQ_CST);
     if (socketDesc >= 0) shutdown(socketDesc, SHUT_RDWR);
 }
@@ -126,7 +130,7 @@ CallOutcome leaveCall(CallSlot* slot)
 int condemnCall(CallSlot* slot)
 {
     currentCall = nullptr;
-    slot->caller = pthread_self();
+    slot->caller = currentThread();
     __atomic_add_fetch(&condemned, 1, __ATOMIC_SEQ_CST);
     if (changeState(slot, BUSY, CONDEMNED) || changeState(slot, INTERRUPTED, CONDEMNED)) return 1;
     __atomic_sub_fetch(&condemned, 1, __ATOMIC_SEQ_CST);
@@ -153,6 +157,14 @@ int takeCondemned(Internal_GatewayToken_t** tokenPtr, ThreadId* ownerPtr)
         return 1;
     }
     return 0;
+}
+
+void forgetCalls()
+{
+    memset(slots, 0, sizeof slots);
+    slotsUsed = 0;
+    condemned = 0;
+    currentCall = nullptr;
 }
 
 int callIsInterrupted()

@@ -16,6 +16,8 @@
 #include <sched.h>
 #include <unistd.h>
 
+#include "stapi_krv_caller.h"
+#include "stapi_krv_pipesignal.h"
 #include "stapi_krv_version.h"
 
 const char version4stapi_krv_diag[] = KRVSTATS_VERSION_BANNER;
@@ -170,7 +172,18 @@ void changeTraceDestination(FILE* stream, const char* name)
     __atomic_store_n(&statAPITraceHandle, stream, __ATOMIC_RELEASE);
     snprintf(statAPITraceFilename, TRACE_FILENAME_SIZE, "%s", name);
     __atomic_store_n(&switching, 0, __ATOMIC_SEQ_CST);
-    if (previous != stderr) fclose(previous);
+    if (previous == stderr) return;
+    PipeSignal held;
+    holdPipeSignal(&held);
+    fclose(previous);
+    releasePipeSignal(&held);
+}
+
+void forgetTraceWriters()
+{
+    if (isLockInitialized(&traceLock) == STAPILOCK_INITIALIZED) pthread_mutex_init(&traceLock.lock, nullptr);
+    pins = 0;
+    switching = 0;
 }
 
 void writeTraceRule()
@@ -192,9 +205,12 @@ void writeTraceLine(int tracePoint, const char* kind, const char* message, ...)
     const int callersErrno = errno;
     va_list arguments;
     va_start(arguments, message);
+    PipeSignal held;
+    holdPipeSignal(&held);
     requestLock(&traceLock);
     writeSharedLine(Stamp::Fresh, tracePoint, kind, message, arguments);
     releaseLock(&traceLock);
+    releasePipeSignal(&held);
     va_end(arguments);
     errno = callersErrno;
 }
@@ -204,9 +220,12 @@ void writeTraceLineWithPreviousTimestamp(int tracePoint, const char* kind, const
     const int callersErrno = errno;
     va_list arguments;
     va_start(arguments, message);
+    PipeSignal held;
+    holdPipeSignal(&held);
     requestLock(&traceLock);
     writeSharedLine(Stamp::Previous, tracePoint, kind, message, arguments);
     releaseLock(&traceLock);
+    releasePipeSignal(&held);
     va_end(arguments);
     errno = callersErrno;
 }
@@ -223,9 +242,12 @@ void writeTraceLineUnlocked(int tracePoint, const char* kind, const char* messag
     getTimestamp(when);
     va_list arguments;
     va_start(arguments, message);
+    PipeSignal held;
+    holdPipeSignal(&held);
     pinTraceDestination();
-    printLine(&format, when, getpid(), narrowTid(pthread_self()), tracePoint, kind, arguments);
+    printLine(&format, when, currentProcess(), narrowTid(currentThread()), tracePoint, kind, arguments);
     unpinTraceDestination();
+    releasePipeSignal(&held);
     va_end(arguments);
     errno = callersErrno;
 }
@@ -233,6 +255,8 @@ void writeTraceLineUnlocked(int tracePoint, const char* kind, const char* messag
 void writeTraceData(int tracePoint, const char* message, void* data, int dataLen, unsigned int stopWord, int translate)
 {
     const int callersErrno = errno;
+    PipeSignal held;
+    holdPipeSignal(&held);
     requestLock(&traceLock);
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-nonliteral" // traceData checks it where the message is a literal
@@ -240,6 +264,7 @@ void writeTraceData(int tracePoint, const char* message, void* data, int dataLen
 #pragma GCC diagnostic pop
     traceOutStorage(data, static_cast<unsigned int>(dataLen), stopWord, TRACE_DUMP_WIDTH, translate);
     releaseLock(&traceLock);
+    releasePipeSignal(&held);
     errno = callersErrno;
 }
 
@@ -275,8 +300,8 @@ void getTraceDate(char* msgBuf)
 
 void getPidTid(ProcessId* Pid, ThreadId* Tid)
 {
-    if (Pid) *Pid = getpid();
-    if (Tid) *Tid = pthread_self();
+    if (Pid) *Pid = currentProcess();
+    if (Tid) *Tid = currentThread();
 }
 
 int compareTids(ThreadId tid1, ThreadId tid2)

@@ -45,6 +45,21 @@ timeval remainingWait(time_t selectStartTime)
     return remaining;
 }
 
+timespec monotonicNow()
+{
+    timespec now = {};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return now;
+}
+
+// Where the wall clock is set back, the remaining wait above never gets less: this clock nobody sets.
+bool isWaitOver(const timespec& start)
+{
+    const timespec now = monotonicNow();
+    const time_t seconds = now.tv_sec - start.tv_sec;
+    return seconds > CONNECT_WAIT_SECONDS || (seconds == CONNECT_WAIT_SECONDS && now.tv_nsec >= start.tv_nsec);
+}
+
 // Makes a tuned, non-blocking socket for the address. 0 or CONNECT_SOCKET_SETUP_FAILED; *sockError is the errno of the
 // last call that sets one.
 int makeSocket(const addrinfo* address, int* socketDescriptorPtr, int* sockError)
@@ -216,6 +231,7 @@ int waitForConnection(int* socketDescriptorPtr, int* sockError)
         timeval connTimeOut = {};
         connTimeOut.tv_sec = CONNECT_WAIT_SECONDS;
         const time_t selectStartTime = time(nullptr);
+        const timespec start = monotonicNow();
         int rc;
         int selectErrno;
         for (;;) {
@@ -224,6 +240,10 @@ int waitForConnection(int* socketDescriptorPtr, int* sockError)
             rc = select(descriptor + 1, nullptr, asFdSet(&fdsWr), asFdSet(&fdsEx), &connTimeOut);
             selectErrno = errno;
             if (rc != -1 || selectErrno != EINTR) break;
+            if (isWaitOver(start)) {
+                rc = 0;
+                break;
+            }
             connTimeOut = remainingWait(selectStartTime);
         }
 

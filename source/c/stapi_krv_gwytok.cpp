@@ -11,10 +11,13 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <unistd.h>
 
+#include "stapi_krv_caller.h"
 #include "stapi_krv_deadline.h"
 #include "stapi_krv_diag.h"
 #include "stapi_krv_gwycon.h"
+#include "stapi_krv_pipesignal.h"
 #include "stapi_krv_resultsetbuffer.h"
 #include "stapi_krv_statcomms.h"
 #include "stapi_krv_statquery.h"
@@ -113,7 +116,9 @@ int mapConnectResult(int connectRc)
 void emptyToken(Internal_GatewayToken_t* token)
 {
     if (token->socketDescriptor >= 0) {
-        const int closeRc = closeConnection(&token->socketDescriptor);
+        // A forked child lets go of its descriptor and says nothing: the conversation is its parent's.
+        const int closeRc = token->owningPid == currentProcess() ? closeConnection(&token->socketDescriptor)
+                                                         : close(token->socketDescriptor);
         setStatus(token, closeRc == 0 ? CONNECTION_CLOSED : CONNECTION_CLOSE_FAILED);
     }
     const int resultSetRc = deleteResultSet(&token->connRSPtr);
@@ -372,6 +377,18 @@ int initGTL()
     return initLockRc;
 }
 
+void forgetListHolders()
+{
+    if (isLockInitialized(&gtlLock) == STAPILOCK_INITIALIZED) pthread_mutex_init(&gtlLock.lock, nullptr);
+    lateTokens = nullptr;
+    forgetCalls();
+    int steps = 0;
+    for (Internal_GatewayToken_t* token = gtListHeadPtr; token && steps < GTL_RUNAWAY_LIMIT; ++steps) {
+        gtListTailPtr = token;
+        token = token->nextGwyTokPtr;
+    }
+}
+
 int createForCall(KRV_GatewayToken_t* gwTokPtr, char* hostname, int port, CallSlot** slotPtr)
 {
     traceEntry(2000, "stapi_krv_gwytok.createGatewayToken(&gwTokPtr=%p, hostname=%s, port=%d)\n",
@@ -534,6 +551,8 @@ int dumpGatewayTokens()
     int shown = 0;
 
     lockList();
+    PipeSignal held;
+    holdPipeSignal(&held);
     pinTraceDestination();
     fprintf(traceStream(), "Gateway Token List dump\n");
     writeTraceRule();
@@ -550,6 +569,7 @@ int dumpGatewayTokens()
     writeTraceRule();
     fflush(traceStream());
     unpinTraceDestination();
+    releasePipeSignal(&held);
     if (shown == GTL_RUNAWAY_LIMIT) {
         gwyTokRc = GTL_RUNAWAY;
         traceExc(2017,

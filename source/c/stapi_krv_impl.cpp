@@ -10,12 +10,15 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <pthread.h>
 #include <sched.h>
 #include <unistd.h>
 
+#include "stapi_krv_caller.h"
 #include "stapi_krv_deadline.h"
 #include "stapi_krv_diag.h"
 #include "stapi_krv_gwytok.h"
+#include "stapi_krv_pipesignal.h"
 #include "stapi_krv_resultsetbuffer.h"
 #include "stapi_krv_statquery.h"
 #include "stapi_krv_version.h"
@@ -61,12 +64,23 @@ void setLevel(int level)
     __atomic_store_n(&statAPITrace, level, __ATOMIC_RELAXED);
 }
 
+// The only thread of a forked child is this one: whatever others held is free.
+void startInChild()
+{
+    forgetTraceWriters();
+    forgetListHolders();
+}
+
 int runInitSteps()
 {
+    setUpCallerMemory();
     setLevel(1); // so that failures of the next steps are seen
     int rc = initTrace();
     if (rc != 0) {
+        PipeSignal held;
+        holdPipeSignal(&held);
         fprintf(stderr, "stapi_krv_impl.stapiInit() Initialization of krvstats API trace has failed. rc=%d\n", rc);
+        releasePipeSignal(&held);
         return rc;
     }
     rc = initGTL();
@@ -75,6 +89,7 @@ int runInitSteps()
             "stapi_krv_impl.stapiInit() Initialization of krvstats API Gateway Token List has failed. rc=%d\n", rc);
         return rc;
     }
+    pthread_atfork(nullptr, nullptr, startInChild);
     strcpy(stapiVersion, API_VERSION);
     setLevel(0);
     __atomic_store_n(&stapiState, 1, __ATOMIC_RELEASE);
@@ -92,8 +107,19 @@ int currentLevel()
 void writeTraceHeader()
 {
     getTraceDate(dateBuf);
+    PipeSignal held;
+    holdPipeSignal(&held);
     fprintf(traceStream(), "*** %s QAL Korvane KRVSTATS DLL trace V%s API V%s Build Level %s ***\n", dateBuf,
         KRVSTATS_PRODUCT_VERSION, API_VERSION, KRVSTATS_BUILD_LEVEL);
+    releasePipeSignal(&held);
+}
+
+void flushTrace()
+{
+    PipeSignal held;
+    holdPipeSignal(&held);
+    fflush(traceStream());
+    releasePipeSignal(&held);
 }
 
 enum class Switch { Unchanged, Changed, OpenFailed, NoMemory };
@@ -691,8 +717,79 @@ int checkIterationArguments(const IterationCall& call, Internal_ResultSetToken_t
     return checkOwner(rsPtr);
 }
 
+// Bytes of an element besides its texts.
+constexpr size_t fixedSize(const KRV_IdData_t*) { return sizeof(int32_t); }
+constexpr size_t fixedSize(const KRV_StatData_t*) { return 2 * sizeof(int32_t); }
+
+// Shows the element at `from` in the caller's record, and returns where the next one stands: NULL, with the record as it
+// was, if its texts take more than `room`.
+inline char* showElementAt(char* from, size_t room, KRV_IdData_t* record)
+{
+    const uint32_t idLen = static_cast<uint32_t>(loadWord(from));
+    if (idLen > room) return nullptr;
+    char* const idPtr = from + sizeof(int32_t);
+    record->idLen = static_cast<int>(idLen);
+    record->idPtr = idPtr;
+    return idPtr + idLen;
+}
+
+inline char* showElementAt(char* from, size_t room, KRV_StatData_t* record)
+{
+    const uint32_t statIdLen = static_cast<uint32_t>(loadWord(from));
+    if (statIdLen > room) return nullptr;
+    char* const statIdPtr = from + sizeof(int32_t);
+    const uint32_t statValueLen = static_cast<uint32_t>(loadWord(statIdPtr + statIdLen));
+    if (statValueLen > room - statIdLen) return nullptr;
+    char* const statValuePtr = statIdPtr + statIdLen + sizeof(int32_t);
+    record->statIdLen = static_cast<int>(statIdLen);
+    record->statIdPtr = statIdPtr;
+    record->statValueLen = static_cast<int>(statValueLen);
+    record->statValuePtr = statValuePtr;
+    return statValuePtr + statValueLen;
+}
+
+// True if the caller is known to own the set, or nobody in particular does.
+inline bool isKnownOwner(const Internal_ResultSetToken_t* resultSet)
+{
+    const bool process = resultSet->owningPid == knownProcess();
+    if (__builtin_expect(process, 1) && __builtin_expect(resultSet->owningTid == rememberedThread, 1)) return true;
+    return resultSet->owner != RESULT_SET_OWNER_API;
+}
+
+// The step that most calls of a walk take: to an element that is not the first of its query, with nothing to trace.
+// False, with nothing changed, if this is another one; iterate() then takes it the long way, or says what is wrong.
 template <typename Record>
-int iterate(const IterationCall& call, const Worker& worker, KRV_ResultSetToken_t rsPtr, Record* record)
+inline bool stepInSubset(const char* category, Internal_ResultSetToken_t* resultSet, Record* record)
+{
+    if (traceLevelExceeds(TRACE_EVENT) || !resultSet || !record) return false;
+    if (resultSet->elementResultIndex == 0 || resultSet->queryIndex == 0) return false;
+
+    // In a buffer of less than the terminator's value, no length that fits can be taken for the terminator.
+    const size_t length = static_cast<uint32_t>(resultSet->rsBuffLen) - fixedSize(record);
+    if (length >= RESULT_SET_TERMINATOR) return false;
+    char* const from = resultSet->cursor;
+    const size_t room = length - (reinterpret_cast<uintptr_t>(from) - reinterpret_cast<uintptr_t>(resultSet->rsBuffPtr));
+    if (room > length) return false;
+    if (memcmp(resultSet->rsBuffPtr, category, EYECATCHER_SIZE) != 0 || !isKnownOwner(resultSet)) return false;
+    char* const next = showElementAt(from, room, record);
+    if (!next) return false;
+
+    __atomic_store_n(&resultSet->cursor, next, __ATOMIC_RELAXED); // another thread's dumpState may look
+    record->queryElementPtr = resultSet->cacheElementPtr;
+    const int queryElementLen = resultSet->cacheElementLen;
+    const int queryElementRC = resultSet->cacheElementRC;
+    record->queryElementLen = queryElementLen;
+    record->queryElementRC = queryElementRC;
+    ++resultSet->elementResultIndex;
+    if (__builtin_expect(resultSet->elementResultIndex > resultSet->elementResultCount, 0)) {
+        resultSet->elementResultIndex = 0;
+        ++resultSet->queryIndex;
+    }
+    return true;
+}
+
+template <typename Record>
+int iterate(KRV_ResultSetToken_t rsPtr, Record* record, const IterationCall& call, const Worker& worker)
 {
     int krvStatRc = stapiInit();
     traceEntry(call.entry, "API.%s(rsPtr=%p, %s=%p)\n", call.function, static_cast<void*>(rsPtr), call.recordName,
@@ -972,7 +1069,7 @@ int setAPITraceFile(char* traceFile)
         const Switch result = switchTraceDestination(traceFile, &openErrno);
         if (currentLevel() > 0 && traceHeaderWrite == 0) {
             writeTraceHeader();
-            fflush(traceStream());
+            flushTrace();
             traceHeaderWrite = 1;
         }
         releaseLock(&traceLock);
@@ -1095,11 +1192,14 @@ int dumpState()
     const int krvStatRc = stapiInit();
     traceEntryWithPreviousTimestamp(1106, "API.dumpState()\n");
     if (krvStatRc == KRVSTAT_OK) {
+        PipeSignal held;
+        holdPipeSignal(&held);
         pinTraceDestination();
         fprintf(traceStream(), "krvstats state dump: API Version=%s Trace Level=%d statAPITraceFile=%s\n", API_VERSION,
             currentLevel(), traceDestination());
         fflush(traceStream());
         unpinTraceDestination();
+        releasePipeSignal(&held);
         dumpGatewayTokens();
     }
     traceExit(1107, "API.dumpState() rc=%d\n", krvStatRc);
@@ -1142,22 +1242,24 @@ int getStatsByStatGroupId(KRV_GatewayToken_t gwTok, char* providerIdPtr, KRV_Res
 
 int getFirstId(KRV_ResultSetToken_t rsPtr, KRV_IdData_t* idDataPtr)
 {
-    return iterate(firstIdCall, firstIdWorker, rsPtr, idDataPtr);
+    return iterate(rsPtr, idDataPtr, firstIdCall, firstIdWorker);
 }
 
 int getNextId(KRV_ResultSetToken_t rsPtr, KRV_IdData_t* idDataPtr)
 {
-    return iterate(nextIdCall, nextIdWorker, rsPtr, idDataPtr);
+    if (stepInSubset(IDS_EYECATCHER, rsPtr, idDataPtr)) return KRVSTAT_OK;
+    return iterate(rsPtr, idDataPtr, nextIdCall, nextIdWorker);
 }
 
 int getFirstStat(KRV_ResultSetToken_t rsPtr, KRV_StatData_t* statDataPtr)
 {
-    return iterate(firstStatCall, firstStatWorker, rsPtr, statDataPtr);
+    return iterate(rsPtr, statDataPtr, firstStatCall, firstStatWorker);
 }
 
 int getNextStat(KRV_ResultSetToken_t rsPtr, KRV_StatData_t* statDataPtr)
 {
-    return iterate(nextStatCall, nextStatWorker, rsPtr, statDataPtr);
+    if (stepInSubset(STATS_EYECATCHER, rsPtr, statDataPtr)) return KRVSTAT_OK;
+    return iterate(rsPtr, statDataPtr, nextStatCall, nextStatWorker);
 }
 
 // ---- Whole result sets ----

@@ -10,23 +10,12 @@
 #include <cstring>
 
 #include "stapi_krv_diag.h"
+#include "stapi_krv_pipesignal.h"
 #include "stapi_krv_version.h"
 
 const char version4stapi_krv_resultsetbuffer[] = KRVSTATS_VERSION_BANNER;
 
 namespace {
-
-void storeWord(char* at, int32_t word)
-{
-    memcpy(at, &word, sizeof word);
-}
-
-int32_t loadWord(const char* at)
-{
-    int32_t word;
-    memcpy(&word, at, sizeof word);
-    return word;
-}
 
 // The two operations that copy text differ in their name and trace points alone: this platform's own character set needs
 // no translation.
@@ -283,6 +272,8 @@ int dumpResultSetInternal(Internal_ResultSetToken_t* rsPtr)
     if (!rsPtr) {
         krvStatRc = KRVSTAT_NULL_BUFFER;
     } else {
+        PipeSignal held;
+        holdPipeSignal(&held);
         requestLock(&traceLock);
         fprintf(traceStream(), "Dump of ResultSet(%p) owner(%x) head(%p) next(%p)\n", static_cast<void*>(rsPtr),
             static_cast<unsigned int>(rsPtr->owner), static_cast<void*>(rsPtr->rsBuffPtr),
@@ -292,6 +283,7 @@ int dumpResultSetInternal(Internal_ResultSetToken_t* rsPtr)
         writeTraceRule();
         fflush(traceStream());
         releaseLock(&traceLock);
+        releasePipeSignal(&held);
     }
     traceExit(2140, "stapi_krv_resultsetbuffer.dumpResultSetInternal(rsPtr=%p) bytes dumped=%d rc=%d\n",
         static_cast<void*>(rsPtr), bytesDumped, krvStatRc);

@@ -46,6 +46,14 @@ constexpr size_t ELEMENT_CLASS_VERSION = 8;
 constexpr size_t ELEMENT_PREFIX = 5;
 constexpr size_t ELEMENT_END = 2;
 
+// Where things stand in a plain statistic element, without the length of its id, and what it takes besides its texts.
+constexpr size_t PLAIN_TYPE = ELEMENT_PREFIX;
+constexpr size_t PLAIN_ID_LENGTH = PLAIN_TYPE + 1 + SHORT_BLOCK_LENGTH;
+constexpr size_t PLAIN_ID = PLAIN_ID_LENGTH + 2;
+constexpr size_t PLAIN_VALUE = PLAIN_ID + 2;
+constexpr size_t PLAIN_FIXED_SIZE = PLAIN_VALUE + ELEMENT_END;
+constexpr uint32_t NEGATIVE_LENGTH = 0x8000;
+
 constexpr unsigned int SHORT_BLOCK = 0x77; // "w"
 constexpr unsigned int LONG_BLOCK = 0x7A;  // "z"
 
@@ -297,7 +305,8 @@ void parseContinuation(ParseRun* run, int statdatalength, int firstPart)
         traceDebug(2237, "stapi_krv_statcomms.parseStatsData written %d bytes. Remaining data = %d bytes \n",
             contlength, remainingdata);
     }
-    if (run->reply.spent) refuse(run);
+    // The parts of a value from the wire must add up to what was announced: a set that said otherwise would be misread.
+    if (run->reply.spent || (remainingdata != 0 && isBounded(&run->reply))) refuse(run);
 }
 
 //   5 passed over | block code, its length | id length, id | value length, value, on in further blocks | 2 passed over
@@ -343,6 +352,61 @@ void parseStatElement(ParseRun* run)
         run->totaldatawritten);
 }
 
+// Texts of 8 to 16 bytes, as most ids and values are, take two words that may overlap.
+inline void copyShortText(char* to, const unsigned char* from, size_t length)
+{
+    uint64_t first;
+    uint64_t last;
+    if (length - sizeof first <= sizeof last) {
+        memcpy(&first, from, sizeof first);
+        memcpy(&last, from + length - sizeof last, sizeof last);
+        memcpy(to, &first, sizeof first);
+        memcpy(to + length - sizeof last, &last, sizeof last);
+    } else {
+        memcpy(to, from, length);
+    }
+}
+
+// Parses up to `limit` plain elements that lie whole in the reply, fit the buffer as it is, and are not traced. Stops in
+// front of any other one, which parseStatElement takes. Returns how many were parsed.
+//
+// An element takes more bytes in the reply than in the buffer: so one bound serves for both, the smaller of what is left.
+int parsePlainElements(ParseRun* run, int limit)
+{
+    const int room = *run->resultSetBufferLen - run->totaldatawritten;
+    if (room <= 0 || traceLevelExceeds(TRACE_ENTRY)) return 0;
+    const size_t left = bytesLeft(&run->reply);
+    const unsigned char* at = run->reply.at;
+    const unsigned char* const stop = at + (left < static_cast<size_t>(room) ? left : static_cast<size_t>(room));
+    char* cursor = run->cursor;
+
+    int parsed = 0;
+    for (; parsed < limit; ++parsed) {
+        const size_t ahead = static_cast<size_t>(stop - at);
+        if (ahead < PLAIN_FIXED_SIZE || at[PLAIN_TYPE] == LONG_BLOCK) break;
+        const uint32_t statidlength = loadU16(at + PLAIN_ID_LENGTH);
+        if (PLAIN_FIXED_SIZE + statidlength > ahead) break;
+        const uint32_t statdatalength = loadU16(at + PLAIN_ID + statidlength);
+        const size_t size = PLAIN_FIXED_SIZE + statidlength + statdatalength;
+        if (size > ahead) break;
+        if (((statidlength | statdatalength) & NEGATIVE_LENGTH) != 0) break;
+
+        storeWord(cursor, static_cast<int32_t>(statidlength));
+        cursor += sizeof(int32_t);
+        copyShortText(cursor, at + PLAIN_ID, statidlength);
+        cursor += statidlength;
+        storeWord(cursor, static_cast<int32_t>(statdatalength));
+        cursor += sizeof(int32_t);
+        copyShortText(cursor, at + PLAIN_VALUE + statidlength, statdatalength);
+        cursor += statdatalength;
+        at += size;
+    }
+    run->totaldatawritten += static_cast<int>(cursor - run->cursor);
+    run->cursor = cursor;
+    run->reply.at = at;
+    return parsed;
+}
+
 void parseStatResponses(ParseRun* run)
 {
     const int numResponses = parsePreamble(run, STATS_EYECATCHER);
@@ -362,7 +426,10 @@ void parseStatResponses(ParseRun* run)
         skipText(run);
         skip(&run->reply, ELEMENT_CLASS_VERSION);
         if (run->reply.spent) refuse(run);
-        for (int stat = 0; run->rc == 0 && stat < numStats; ++stat) parseStatElement(run);
+        for (int stat = 0; run->rc == 0 && stat < numStats; ++stat) {
+            stat += parsePlainElements(run, numStats - stat);
+            if (stat < numStats) parseStatElement(run);
+        }
     }
 
     // The last check is made whatever happened before, and a growth that succeeds here repairs one that failed.

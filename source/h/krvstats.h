@@ -12,7 +12,8 @@
  *  4. Text handed out through KRV_IdData_t and KRV_StatData_t is counted, not NUL-terminated.
  *  5. A gateway token and its result set belong to the thread that opened the connection: calls from another process
  *     are refused with KRVSTAT_PID_MISMATCH, from another thread with KRVSTAT_TID_MISMATCH. Different connections may
- *     be used by different threads at the same time.
+ *     be used by different threads at the same time. A child of fork may close what it inherited, which says nothing to
+ *     the gateway; a child that shares its parent's memory (vfork, clone with CLONE_VM) may not call the library.
  *  6. A result set obtained by a query describes the answer until the next query on the same connection, or until that
  *     connection is closed or removed. Each query on a connection returns the same result set.
  *  7. A query that fails with KRVSTAT_GATEWAY_COMMS_FAILED or KRVSTAT_GATEWAY_PROTOCOL_ERROR has removed its

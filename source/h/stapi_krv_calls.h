@@ -47,6 +47,9 @@ void condemnToken(Internal_GatewayToken_t* token);
  * The caller holds gtlLock. */
 int takeCondemned(Internal_GatewayToken_t** tokenPtr, ThreadId* ownerPtr);
 
+/* In a forked child, where no call is in progress: those of the parent's threads are not its own. */
+void forgetCalls(void);
+
 /* 1 if somebody interrupted the calling thread's call. */
 int callIsInterrupted(void);
 

@@ -95,6 +95,9 @@ FILE* traceStream(void);
 void pinTraceDestination(void);
 void unpinTraceDestination(void);
 
+/* In a forked child: makes traceLock and the destination free, whoever of the parent's threads uses them. */
+void forgetTraceWriters(void);
+
 /* The name of the present destination. The caller holds traceLock or a pin. */
 const char* traceDestination(void);
 

@@ -15,6 +15,8 @@
 #ifndef STAPI_KRV_RESULTSETBUFFER_H
 #define STAPI_KRV_RESULTSETBUFFER_H
 
+#include <string.h>
+
 #include "stapi_krv_types.h"
 
 #ifdef __cplusplus
@@ -71,6 +73,20 @@ int verifyAPIResultSetTokenOwner(Internal_ResultSetToken_t* rsPtr);
 int dumpResultSetInternal(Internal_ResultSetToken_t* rsPtr);
 
 extern const char version4stapi_krv_resultsetbuffer[];
+
+/* ---- For the library's own modules; not exported ---------------------------------------------------------------- */
+
+static inline void storeWord(char* at, int32_t word)
+{
+    memcpy(at, &word, sizeof word);
+}
+
+static inline int32_t loadWord(const char* at)
+{
+    int32_t word;
+    memcpy(&word, at, sizeof word);
+    return word;
+}
 
 #ifdef __cplusplus
 }

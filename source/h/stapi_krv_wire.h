@@ -1,7 +1,7 @@
 /* The bounded reader and writer that all bytes from and to the gateway, and out of result sets, pass through.
  *
- * A cursor that would pass its end does not move there: it latches `spent`, and from then on every read gives 0 and
- * every write is dropped, so that callers test once a record. Passing over bytes beyond the end is only remembered; it
+ * A read or write that would pass the end latches `spent` and leaves nothing: from then on every read gives 0 and every
+ * write is dropped, so that callers test once a record. Passing over bytes beyond the end leaves nothing to read, and
  * becomes an error when something is read behind them.
  */
 #ifndef STAPI_KRV_WIRE_H
@@ -18,8 +18,7 @@ extern "C" {
 typedef struct _WireReader { /* borrows [at, end): owns nothing, copies nothing */
     const unsigned char* at;
     const unsigned char* end;
-    int overrun; /* something was passed over that is not there */
-    int spent;   /* something was read that is not there */
+    int spent; /* something was read that is not there */
 } WireReader;
 
 static inline WireReader readerOver(const void* data, size_t length)
@@ -27,7 +26,6 @@ static inline WireReader readerOver(const void* data, size_t length)
     WireReader reader;
     reader.at = (const unsigned char*)data;
     reader.end = reader.at + length;
-    reader.overrun = 0;
     reader.spent = 0;
     return reader;
 }
@@ -38,9 +36,13 @@ static inline WireReader unboundedReaderOver(const void* data)
     WireReader reader;
     reader.at = (const unsigned char*)data;
     reader.end = (const unsigned char*)UINTPTR_MAX;
-    reader.overrun = 0;
     reader.spent = 0;
     return reader;
+}
+
+static inline int isBounded(const WireReader* reader)
+{
+    return (uintptr_t)reader->end != UINTPTR_MAX;
 }
 
 static inline size_t bytesLeft(const WireReader* reader)
@@ -52,8 +54,9 @@ static inline size_t bytesLeft(const WireReader* reader)
 static inline const unsigned char* take(WireReader* reader, size_t length)
 {
     const unsigned char* taken = reader->at;
-    if (reader->spent || reader->overrun || length > bytesLeft(reader)) {
+    if (reader->spent || length > bytesLeft(reader)) {
         reader->spent = 1;
+        reader->end = taken;
         return NULL;
     }
     reader->at += length;
@@ -62,10 +65,7 @@ static inline const unsigned char* take(WireReader* reader, size_t length)
 
 static inline void skip(WireReader* reader, size_t length)
 {
-    if (length > bytesLeft(reader)) {
-        reader->overrun = 1;
-        return;
-    }
+    if (length > bytesLeft(reader)) length = bytesLeft(reader);
     reader->at += length;
 }
 
@@ -75,10 +75,15 @@ static inline unsigned int readU8(WireReader* reader)
     return p ? p[0] : 0u;
 }
 
+static inline uint32_t loadU16(const unsigned char* at)
+{
+    return (uint32_t)at[0] << 8 | at[1];
+}
+
 static inline int32_t readI16(WireReader* reader)
 {
     const unsigned char* p = take(reader, 2);
-    return p ? (int16_t)(uint16_t)((uint32_t)p[0] << 8 | p[1]) : 0;
+    return p ? (int16_t)(uint16_t)loadU16(p) : 0;
 }
 
 static inline int32_t readI32(WireReader* reader)
