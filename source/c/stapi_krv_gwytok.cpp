@@ -154,6 +154,7 @@ void destroyToken(const KRV_GatewayToken_t* gwTokPtr, Internal_GatewayToken_t* t
         static_cast<const void*>(gwTokPtr), static_cast<void*>(token));
     const volatile uintptr_t freed = reinterpret_cast<uintptr_t>(token); // volatile: only a number from here on
     free(token);
+    // NOLINTNEXTLINE(clang-analyzer-unix.Malloc): nothing is read through the number
     traceDebug(2011, "stapi_krv_gwytok.deleteGatewayToken(&gwTokPtr=%p) Freed gateway token(%p) \n",
         static_cast<const void*>(gwTokPtr), reinterpret_cast<void*>(freed));
 }

@@ -669,6 +669,7 @@ int walkInto(const Worker& worker, Internal_ResultSetToken_t* resultSet, Record*
 {
     Step step = {};
     const int krvStatRc = walk(worker, resultSet, record, &step);
+    // NOLINTNEXTLINE(clang-analyzer-core.NonNullParamChecker): checkIterationArguments has refused a NULL record
     if (step.fromStart) memcpy(record->eyecatcher, resultSet->rsBuffPtr, EYECATCHER_SIZE);
     if (krvStatRc != KRVSTAT_OK) return krvStatRc;
     record->queryElementPtr = step.queryElementPtr;

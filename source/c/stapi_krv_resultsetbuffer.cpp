@@ -37,11 +37,13 @@ int copyText(const CopyOperation& operation, char** bufWPtr, char* textPtr, int 
         traceExc(operation.exc,
             "stapi_krv_resultsetbuffer.%s(&bufWPtr=%p,textPtr=%p,charCount=%d) function received a null parameter\n",
             operation.name, static_cast<void*>(bufWPtr), static_cast<void*>(textPtr), charCount);
-    } else if (charCount > 0) {
+    } else {
         traceDebug(operation.debug, "stapi_krv_resultsetbuffer.%s() using memcpy() on writeCursor(%p) charCount(%d)\n",
             operation.name, static_cast<void*>(*bufWPtr), charCount);
-        memcpy(*bufWPtr, textPtr, static_cast<size_t>(charCount));
-        *bufWPtr += charCount;
+        if (charCount > 0) {
+            memcpy(*bufWPtr, textPtr, static_cast<size_t>(charCount));
+            *bufWPtr += charCount;
+        }
     }
     traceExit(operation.exit, "stapi_krv_resultsetbuffer.%s(&bufWPtr=%p,textPtr=%p,charCount=%d) rc=%d\n",
         operation.name, static_cast<void*>(bufWPtr), static_cast<void*>(textPtr), charCount, krvStatRc);
@@ -233,6 +235,7 @@ int deleteResultSet(KRV_ResultSetToken_t* rsPtr)
         const volatile uintptr_t freed = reinterpret_cast<uintptr_t>(resultSet); // volatile: only a number from here on
         free(resultSet);
         *rsPtr = nullptr;
+        // NOLINTNEXTLINE(clang-analyzer-unix.Malloc): nothing is read through the number
         traceDebug(2137, "stapi_krv_resultsetbuffer.deleteResultSet Freed result set token(%p)\n",
             reinterpret_cast<void*>(freed));
     }

@@ -260,6 +260,7 @@ int flowBaseRequest(const BaseRequest& kind, int socketDesc, ReasonCodes* reason
 
     int rc;
     const int size = messageSize(&header);
+    // NOLINTNEXTLINE(clang-analyzer-optin.portability.UnixAPI): a message has a header at least
     char* data = static_cast<char*>(malloc(static_cast<size_t>(size)));
     traceDebug(kind.debugMalloc, "stapi_krv_socketcomms.%s Called malloc for %d bytes. rc=%p\n", kind.function, size,
         static_cast<void*>(data));

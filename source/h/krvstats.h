@@ -146,7 +146,9 @@ int openRemoteGatewayConnection(char* hostname, int port, KRV_GatewayToken_t* gw
 
 /* Says goodbye to the gateway, closes the connection and frees the token, its result set and its version text.
  * Returns: KRVSTAT_OK; KRVSTAT_NULL_GATEWAY_TOKEN_POINTER if gwTokPtr is NULL; KRVSTAT_NULL_GATEWAY_TOKEN if *gwTokPtr
- * is NULL; KRVSTAT_GATEWAY_TOKEN_NOT_FOUND if it is not an open connection. A failure to say goodbye is not an error.
+ * is NULL; KRVSTAT_GATEWAY_TOKEN_NOT_FOUND if it is not an open connection; with a deadline,
+ * KRVSTAT_GATEWAY_PROTOCOL_ERROR if the list of connections was not free in time: nothing was closed, and it may be
+ * repeated. A failure to say goodbye is not an error.
  * Owns: takes the token. *gwTokPtr is not cleared and must not be used again.
  * Threads: any thread of the process. If the connection's own thread is in a query on it, that query is interrupted,
  * returns KRVSTAT_GATEWAY_PROTOCOL_ERROR and frees the token on its way out. The connection's own thread must not be
@@ -154,7 +156,8 @@ int openRemoteGatewayConnection(char* hostname, int port, KRV_GatewayToken_t* gw
 int closeGatewayConnection(KRV_GatewayToken_t* gwTokPtr);
 
 /* Closes every open connection of the process, as closeGatewayConnection does.
- * Returns: KRVSTAT_OK, also with none open; KRVSTAT_GTL_CORRUPT if 256 were closed and the walk stopped there.
+ * Returns: KRVSTAT_OK, also with none open, and also if a deadline passed before all were closed;
+ * KRVSTAT_GTL_CORRUPT if 256 were closed and the walk stopped there.
  * Owns: takes all tokens.
  * Threads: as closeGatewayConnection; a connection that is being opened meanwhile ends in
  * KRVSTAT_GATEWAY_PROTOCOL_ERROR. */

@@ -84,7 +84,7 @@ int writeStorageLineChar(void* startAddr, int width, unsigned int dataLen, unsig
 
 /* ---- For the library's own modules; not exported ---------------------------------------------------------------- */
 
-#define TRACE_FORMAT(messageIndex) __attribute__((format(printf, messageIndex, messageIndex + 1)))
+#define TRACE_FORMAT(messageIndex) __attribute__((format(printf, messageIndex, (messageIndex) + 1)))
 
 /* The stream that lines go to: the destination, or standard error before there is one. It stays open for who holds
  * traceLock or a pin. */
