@@ -627,3 +627,65 @@ TEST(AdminInit, IsTracedAtLevelThree)
     EXPECT_EQ("EXIT", linesNumbered(lines, 2215).at(0).kind);
     EXPECT_NE(std::string::npos, linesNumbered(lines, 2215).at(0).message.find("rc=0"));
 }
+
+// ---- Records that are no messages ---------------------------------------------------------------------------------
+
+TEST(AdminRequest, AMissingTextIsSentAsAnEmptyOne)
+{
+    AdminRequest request = invokeCall();
+    request.clientVariant = nullptr;
+    Outcome outcome = call(request, adminCallReply(5, text("data")));
+    EXPECT_EQ(0, outcome.rc);
+    EXPECT_TRUE(sameBytes(call(invokeCall(), adminCallReply(5, text("data"))).sent, outcome.sent));
+}
+
+TEST(AdminRequest, WhoseLengthsAreNoMessagesIsNotSent)
+{
+    const struct {
+        std::int32_t nameLength;
+        std::int32_t datalength;
+    } rows[] = {{-1, 4}, {5, -1}, {std::numeric_limits<std::int32_t>::min(), 4}, {5, std::numeric_limits<std::int32_t>::max()},
+                {5, std::numeric_limits<std::int32_t>::max() - 33}};
+    for (const auto& row : rows) {
+        ScriptedPeer peer = ScriptedPeer::onSocketPair({expectCloseWithoutBytes()});
+        AdminRequest request = adminRequest(0, 0);
+        request.header.requestTypeLength = row.nameLength;
+        request.header.datalength = row.datalength;
+        ReasonCodes reasons = {Untouched, Untouched, Untouched, Untouched};
+        EXPECT_EQ(-1, flowAdminRequest(peer.clientSocket(), &request, &reasons)) << row.nameLength << " " << row.datalength;
+        EXPECT_EQ(Untouched, reasons.socketErrno);
+        EXPECT_EQ(nullptr, request.callData);
+        peer.closeClientSocket();
+        peer.finish();
+        EXPECT_EQ("", peer.problem());
+        EXPECT_TRUE(sameBytes({}, peer.received()));
+    }
+}
+
+TEST(AdminRequest, WhoseBodyDoesNotFitItsLengthIsNotSent)
+{
+    const std::int32_t whole = invokeCall().header.datalength;
+    for (std::int32_t datalength = 0; datalength < whole; ++datalength) {
+        ScriptedPeer peer = ScriptedPeer::onSocketPair({expectCloseWithoutBytes()});
+        AdminRequest request = invokeCall();
+        request.header.datalength = datalength;
+        ReasonCodes reasons = {};
+        EXPECT_EQ(-1, flowAdminRequest(peer.clientSocket(), &request, &reasons)) << datalength;
+        peer.closeClientSocket();
+        peer.finish();
+        EXPECT_EQ("", peer.problem());
+        EXPECT_TRUE(sameBytes({}, peer.received())) << datalength;
+    }
+}
+
+TEST(AdminReply, WithoutABodyHasNoDataWhateverTheRequestsBytesAre)
+{
+    // The request's eyecatcher as call type, its flow version as return code, a byte of its flow type as exception flag.
+    AdminRequest request = invokeCall();
+    request.header.flowVersion = 0;
+    Outcome outcome = call(request, reply("Admin", {}));
+    EXPECT_EQ(-122, outcome.rc);
+    EXPECT_EQ(0x47617465, outcome.request.callType);
+    expectNoReasons(outcome);
+    EXPECT_FALSE(outcome.hasCallData);
+}

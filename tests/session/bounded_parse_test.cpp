@@ -16,6 +16,7 @@
 #include "stapi_krv_statcomms.h"
 #include "stapi_krv_statquery.h"
 #include "trace_claims.h"
+#include "watched_allocator.h"
 
 namespace krvtest {
 
@@ -168,6 +169,36 @@ TEST(BoundedParse, RefusesEveryPrefixThatLacksSomething)
     cutEverywhere(ReplyKind::Ids, encodeReply({ReplyKind::Ids, 0, true, 0, {idsResponse("g", -1, {})}, 1}));
     cutEverywhere(ReplyKind::Ids, encodeReply({ReplyKind::Ids, 0, true, 0, {idsResponse("g", 0, {})}, 1}));
     cutEverywhere(ReplyKind::Ids, encodeReply({ReplyKind::Ids, 1, true, 0, {}, 1}));
+}
+
+// The data of each prefix lie in front of memory that cannot be read.
+TEST(BoundedParse, ReadsNoByteBehindTheData)
+{
+    std::vector<Reply> replies = {severalForms(ReplyKind::Statistics), severalForms(ReplyKind::Ids)};
+    for (int form = 0; form < 7; form++) replies.push_back(endingIn(form));
+    for (const Reply& reply : replies) {
+        const Bytes whole = encodeReply(reply);
+        for (std::size_t length = 1; length <= whole.size(); length++) {
+            ParseBuffer buffer;
+            PreparedPeer peer(queryReplies(slice(whole, 0, length)));
+            ReasonCodes reasons{};
+            char* const operation = reply.kind == ReplyKind::Ids ? statIdsOperation : getStatsOperation;
+            int rc, requests, blocksLeft;
+            {
+                AllocationWatch watch(length, length);
+                watch.fence();
+                rc = statCommsString(peer.socket(), operation, noIds, &buffer.block, &buffer.capacity, &reasons);
+                requests = watch.requests();
+                blocksLeft = watch.blocksLeft();
+            }
+            EXPECT_LE(1, requests);
+            EXPECT_EQ(0, blocksLeft);
+            EXPECT_TRUE(rc == 0 || rc == KRVSTAT_GATEWAY_PROTOCOL_ERROR) << rc;
+            if (length == whole.size()) {
+                EXPECT_EQ(0, rc);
+            }
+        }
+    }
 }
 
 TEST(BoundedParse, RefusesPrefixesOfGeneratedReplies)
@@ -371,6 +402,40 @@ TEST(BoundedParse, DumpOfASetFromTheWireShowsZerosBehindItsTerminator)
     ASSERT_EQ(0, queryForData(second, ReplyKind::Ids, buffer));
     Bytes set = text("KRVIDSET") + hostWord(0) + terminatorBytes();
     EXPECT_TRUE(sameBytes(set + zeros(15), buffer.first(set.size() + 15)));
+}
+
+TEST(BoundedParse, ABufferBelowThePreambleTakesNoAnswer)
+{
+    for (ReplyKind kind : {ReplyKind::Statistics, ReplyKind::Ids}) {
+        ParseBuffer buffer(100);
+        buffer.capacity = 11;
+        EXPECT_EQ(KRVSTAT_OUT_OF_MEMORY, queryForData(encodeReply({kind, 0, true, 0, {}, 1}), kind, buffer));
+        EXPECT_TRUE(sameBytes(Bytes(100, ParseBuffer::untouched), buffer.first(100)));
+        EXPECT_EQ(11, buffer.capacity);
+    }
+}
+
+// The terminator's own growth repairs a growth that failed, but not a reply that was cut.
+TEST(BoundedParse, ACutReplyStaysABadOneWhenTheBufferGrowsForItsTerminator)
+{
+    ParseBuffer buffer(12);
+    EXPECT_EQ(KRVSTAT_GATEWAY_PROTOCOL_ERROR, queryForData(hex("00"), ReplyKind::Statistics, buffer));
+    EXPECT_EQ(24, buffer.capacity);
+    EXPECT_TRUE(sameBytes(text("KRVSTSET") + hostWord(1) + terminatorBytes(), buffer.first(16)));
+}
+
+TEST(BoundedParse, NegativeLengthsAreRefusedHoweverMuchFollows)
+{
+    const Bytes head = hex("00") + responseHead() + hex("00 01 67 00 00 00 00") + hex("00 00 00 01") + zeros(12);
+    const Bytes element = zeros(5) + hex("77 00");
+    for (const char* length : {"80 00", "FF FF"}) {
+        for (const Bytes& lengths : {hex(length), hex("00 01 41") + hex(length)}) {
+            ParseBuffer buffer(300000);
+            EXPECT_EQ(KRVSTAT_GATEWAY_PROTOCOL_ERROR,
+                      queryForData(head + element + lengths + zeros(200000), ReplyKind::Statistics, buffer));
+            EXPECT_EQ(300000, buffer.capacity);
+        }
+    }
 }
 
 } // namespace krvtest

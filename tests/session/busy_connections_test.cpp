@@ -317,3 +317,29 @@ TEST(List, IsFreeWhileOpensAndQueriesHang)
     EXPECT_EQ(KRVSTAT_GATEWAY_PROTOCOL_ERROR, resultOf(std::move(query)).rc);
     EXPECT_EQ(KRVSTAT_GATEWAY_PROTOCOL_ERROR, resultOf(std::move(connect)).rc);
 }
+
+// The one that takes it off the list holds the list on, until the call's deadline.
+TEST(BusyConnection, IsDestroyedByItsCallEvenWhenThatCannotGetTheList)
+{
+    const std::size_t descriptors = openDescriptors();
+    Caller owner;
+    GatewayProcess gateway({"no-answer@get-stats"});
+    Connection connection;
+    ASSERT_EQ(0, resultOf(owner.start([&] { return connection.open(gateway.port()); })).rc);
+    auto query = owner.start([&] {
+        const CallDeadline deadline(3000);
+        return connection.query();
+    });
+    ASSERT_TRUE(gateway.awaitTranscript("*** get-stats"));
+    requestLock(&gtlLock);
+    KRV_GatewayToken_t head = gtListHeadPtr;
+    EXPECT_EQ(connection.token, head) << "or this machine is too slow by seconds";
+    if (head) {
+        EXPECT_EQ(KRVSTAT_OK, deleteGatewayToken(&head, GTL_LOCK_HELD));
+    }
+    EXPECT_EQ(nullptr, gtListHeadPtr);
+    EXPECT_EQ(KRVSTAT_GATEWAY_PROTOCOL_ERROR, resultOf(std::move(query)).rc);
+    EXPECT_TRUE(soon([&] { return openDescriptors() == descriptors; })) << "the call closes the socket";
+    releaseLock(&gtlLock);
+    EXPECT_EQ(KRVSTAT_GATEWAY_TOKEN_NOT_FOUND, interruptGatewayConnection(connection.token));
+}

@@ -6,12 +6,20 @@
 #include <cerrno>
 #include <cstring>
 #include <functional>
+#include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include <fcntl.h>
+#include <sched.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
 #include "failing_calls.h"
+#include "forked_child.h"
 #include "krvstats.h"
+#include "krvstats_ext.h"
 #include "stapi_krv_diag.h"
 #include "stapi_krv_gwytok.h"
 #include "stapi_krv_impl.h"
@@ -93,6 +101,8 @@ std::vector<Call> everyCall()
         {"copyResultSet", [](Outputs& o) { return copyResultSet(nullptr, &o.set); }, -127},
         {"freeResultSet", [](Outputs& o) { return freeResultSet(&o.set); }, -127},
         {"dumpResultSet", [](Outputs&) { return dumpResultSet(nullptr); }, -127},
+        {"setCallDeadline", [](Outputs&) { return setCallDeadline(0); }, 0},
+        {"interruptGatewayConnection", [](Outputs& o) { return interruptGatewayConnection(strangeToken(o)); }, -101},
     };
 }
 
@@ -111,9 +121,53 @@ void expectStarted()
     EXPECT_EQ(nullptr, gtListHeadPtr);
 }
 
+// Standard error that takes nothing more, until it is let go: whoever writes to it waits.
+class FullStandardError {
+public:
+    FullStandardError() : original(dup(STDERR_FILENO))
+    {
+        if (original < 0 || pipe2(ends, O_CLOEXEC) != 0) throw std::runtime_error("no pipe");
+        fcntl(ends[1], F_SETFL, O_NONBLOCK);
+        const std::vector<char> bytes(4096);
+        while (write(ends[1], bytes.data(), bytes.size()) > 0) continue;
+        while (write(ends[1], bytes.data(), 1) > 0) continue;
+        fcntl(ends[1], F_SETFL, 0);
+        dup2(ends[1], STDERR_FILENO);
+    }
+    ~FullStandardError() { letGo(); }
+    FullStandardError(const FullStandardError&) = delete;
+    FullStandardError& operator=(const FullStandardError&) = delete;
+
+    // Gives standard error back; those who wait go on, and what they write is lost.
+    void letGo()
+    {
+        if (original < 0) return;
+        dup2(original, STDERR_FILENO);
+        close(original);
+        original = -1;
+        close(ends[1]);
+        std::vector<char> bytes(4096);
+        while (read(ends[0], bytes.data(), bytes.size()) > 0) continue;
+        close(ends[0]);
+    }
+
+private:
+    int original;
+    int ends[2] = {-1, -1};
+};
+
+// How often threads of this process waited for others by giving their turn away.
+std::atomic<int> yields = 0;
+
 const char ownProcess[] = "this case needs a process of its own: run it through ctest or with --gtest_filter";
 
 } // namespace
+
+extern "C" int sched_yield() noexcept
+{
+    yields++;
+    return static_cast<int>(syscall(SYS_sched_yield));
+}
 
 TEST(Start, BeforeTheFirstCallNothingIsSetUp)
 {
@@ -350,4 +404,41 @@ TEST(Start, ManyFirstCallsAtOnceSurviveAFailedStart)
     EXPECT_GE(failed, hits);
     EXPECT_EQ(KRVSTAT_OK, closeAllGatewayConnections());
     expectStarted();
+}
+
+// The first call fails and hangs in what it has to say about that.
+TEST(Start, ASecondCallWaitsForTheFirstAndThenTriesItself)
+{
+    ASSERT_EQ(0, stapiState) << ownProcess;
+    FullStandardError full;
+    std::atomic<int> first = 99, second = 99;
+    std::thread one([&] {
+        first = withFailing(failingMutexInit, EAGAIN, [] { return closeAllGatewayConnections(); }).result;
+    });
+    EXPECT_TRUE(soon([] { return __atomic_load_n(&statAPITrace, __ATOMIC_RELAXED) == 1; }));
+    const int before = yields;
+    std::thread other([&] { second = closeAllGatewayConnections(); });
+    EXPECT_TRUE(soon([&] { return yields > before; }));
+    EXPECT_EQ(99, first);
+    EXPECT_EQ(99, second);
+    full.letGo();
+    one.join();
+    other.join();
+    EXPECT_EQ(KRVSTAT_LOCK_INIT_FAILED, first);
+    EXPECT_EQ(KRVSTAT_OK, second);
+    expectStarted();
+}
+
+TEST(Start, AForkedChildDoesNotWaitForAFirstCallOfItsParent)
+{
+    ASSERT_EQ(0, stapiState) << ownProcess;
+    FullStandardError full;
+    std::thread one([] { withFailing(failingMutexInit, EAGAIN, [] { return closeAllGatewayConnections(); }); });
+    EXPECT_TRUE(soon([] { return __atomic_load_n(&statAPITrace, __ATOMIC_RELAXED) == 1; }));
+    EXPECT_EQ(allHold, failedClaimOfAFork([] {
+        if (closeAllGatewayConnections() != KRVSTAT_OK) return 1;
+        return stapiState == 1 ? allHold : 2;
+    }));
+    full.letGo();
+    one.join();
 }

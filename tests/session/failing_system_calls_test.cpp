@@ -4,14 +4,15 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <filesystem>
+#include <csignal>
 #include <functional>
 #include <map>
-#include <string>
 #include <vector>
 
 #include "krvstats.h"
+#include "krvstats_ext.h"
 #include "ready_gateway.h"
+#include "short_conversation.h"
 #include "socket_calls.h"
 #include "stapi_krv_gwytok.h"
 
@@ -19,67 +20,9 @@ using namespace krvtest;
 
 namespace {
 
-// ---- The conversation: open, getStats, close ----------------------------------------------------------------------
-
-// Its requests, in their order.
-constexpr int lastGreeting = 2;
-constexpr int lastOfOpening = 4;
-constexpr int lastOfQuery = 6;
-
-Bytes allReplies()
-{
-    const Bytes version = hex("B1 B2 B3 B4");
-    return handshakeReply() + authInitReply(hex("01 02 03 04 05 06 07 08"), hex("A1 A2 A3 A4"))
-        + authConfirmReply(hex("11 12 13 14 15 16 17 18")) + adminInitReply(version)
-        + adminCallReply(1, attributeData("1_0")) + adminInitReply(version)
-        + adminCallReply(5, statsData("q", 0, {{"a", "1"}, {"b", "two"}})) + closeReply();
-}
-
-struct Gained {
-    int open = 0;
-    int stats = 0;
-    std::string answer;
-    int close = 0;
-};
-
-bool operator==(const Gained& left, const Gained& right)
-{
-    return left.open == right.open && left.stats == right.stats && left.answer == right.answer
-        && left.close == right.close;
-}
-
-std::ostream& operator<<(std::ostream& out, const Gained& gained)
-{
-    return out << "open " << gained.open << ", statistics " << gained.stats << " \"" << gained.answer << "\", close "
-               << gained.close;
-}
-
-const Gained everythingRight = {0, 0, "a=1 b=two ", 0};
-
-Gained converse(int port)
-{
-    Gained gained;
-    char host[] = "127.0.0.1";
-    KRV_GatewayToken_t token = nullptr;
-    KRV_ResultSetToken_t set = nullptr;
-    char* version = nullptr;
-    gained.open = openRemoteGatewayConnection(host, port, &token, &version);
-    if (gained.open != 0) return gained;
-    gained.stats = getStats(token, &set);
-    if (gained.stats == 0) {
-        KRV_StatData_t stat = {};
-        for (int rc = getFirstStat(set, &stat); rc == 0; rc = getNextStat(set, &stat)) {
-            gained.answer.append(stat.statIdPtr, static_cast<std::size_t>(stat.statIdLen)).append("=");
-            gained.answer.append(stat.statValuePtr, static_cast<std::size_t>(stat.statValueLen)).append(" ");
-        }
-    }
-    gained.close = closeGatewayConnection(&token);
-    return gained;
-}
-
 // ---- Injections ---------------------------------------------------------------------------------------------------
 
-enum class Call { Getaddrinfo, Socket, Setsockopt, Ioctl, Connect, Select, Send, Recv, Close };
+enum class Call { Getaddrinfo, Socket, Setsockopt, Getsockopt, Ioctl, Connect, Select, Send, Recv, Close, Sigaction };
 
 // The calls of one kind from the number-th on, `times` of them, fail with an error; the bytes that one call may move.
 struct Injection {
@@ -118,6 +61,12 @@ SocketCalls hooksFor(Injection& injection)
     hooks.setsockopt = [in](int socket, int level, int option, const void* value, socklen_t length) {
         return fails(*in, Call::Setsockopt) ? -1 : setsockopt(socket, level, option, value, length);
     };
+    hooks.getsockopt = [in](int socket, int level, int option, void* value, socklen_t* length) {
+        return fails(*in, Call::Getsockopt) ? -1 : getsockopt(socket, level, option, value, length);
+    };
+    hooks.sigaction = [in](int signal, const struct sigaction* action, struct sigaction* before) {
+        return fails(*in, Call::Sigaction) ? -1 : sigaction(signal, action, before);
+    };
     hooks.ioctl = [in](int socket, unsigned long request, void* argument) {
         return fails(*in, Call::Ioctl) ? -1 : ioctl(socket, request, argument);
     };
@@ -140,13 +89,6 @@ SocketCalls hooksFor(Injection& injection)
     return hooks;
 }
 
-std::size_t openFiles()
-{
-    std::size_t files = 0;
-    for ([[maybe_unused]] const auto& file : std::filesystem::directory_iterator("/proc/self/fd")) files++;
-    return files;
-}
-
 class FailingSystemCalls : public ::testing::Test {
 protected:
     void SetUp() override
@@ -156,8 +98,19 @@ protected:
         ASSERT_EQ(everythingRight, run(clean));
     }
 
+    void TearDown() override { setCallDeadline(0); }
+
+    // From now on calls have a deadline, and other ways to wait. It is never reached.
+    void setDeadline()
+    {
+        ASSERT_EQ(0, setCallDeadline(600000));
+        clean = Injection();
+        ASSERT_EQ(everythingRight, run(clean));
+    }
+
     Gained run(Injection& injection)
     {
+        std::signal(SIGPIPE, SIG_DFL); // the run before may have failed to give it back
         SocketCalls hooks = hooksFor(injection);
         Gained gained;
         {
@@ -220,12 +173,29 @@ Gained exchangeFails(int request, int inQuery)
     return everythingRight; // the goodbye
 }
 
+// Besides EINTR, and EAGAIN, which before a deadline says that there is something to wait for.
+const std::vector<int> sendErrors = {EACCES,   EALREADY, EBADF,  ECONNRESET, EDESTADDRREQ, EFAULT,   EINVAL, EISCONN,
+                                     EMSGSIZE, ENOBUFS,  ENOMEM, ENOTCONN,   ENOTSOCK,     EOPNOTSUPP, EPIPE};
+const std::vector<int> selectErrors = {EBADF, EINVAL, ENOMEM};
+const std::vector<int> recvErrors = {EBADF,  ECONNREFUSED, ECONNRESET, EFAULT,   EINVAL,
+                                     ENOMEM, ENOTCONN,     ENOTSOCK,   ETIMEDOUT};
+
+Gained commsFailed(int request, int)
+{
+    return exchangeFails(request, KRVSTAT_GATEWAY_COMMS_FAILED);
+}
+
+Gained protocolFailed(int request, int)
+{
+    return exchangeFails(request, KRVSTAT_GATEWAY_PROTOCOL_ERROR);
+}
+
 } // namespace
 
 TEST_F(FailingSystemCalls, LookUpOfTheHostIsItsOwnCode)
 {
-    failEach(Call::Getaddrinfo, {EAI_AGAIN, EAI_BADFLAGS, EAI_FAIL, EAI_FAMILY, EAI_MEMORY, EAI_NONAME, EAI_SERVICE,
-                                 EAI_SOCKTYPE, EAI_SYSTEM},
+    failEach(Call::Getaddrinfo, {EAI_ADDRFAMILY, EAI_AGAIN, EAI_BADFLAGS, EAI_FAIL, EAI_FAMILY, EAI_MEMORY, EAI_NODATA,
+                                 EAI_NONAME, EAI_SERVICE, EAI_SOCKTYPE, EAI_SYSTEM},
              [](int, int) { return openFails(KRVSTAT_HOST_NOT_RESOLVED); });
 }
 
@@ -241,8 +211,8 @@ TEST_F(FailingSystemCalls, SettingUpTheSocketIsAFailedConnect)
 TEST_F(FailingSystemCalls, ConnectHasACodeForTwoErrorsAndOneForTheRest)
 {
     failEach(Call::Connect,
-             {EACCES, EPERM, EADDRINUSE, EADDRNOTAVAIL, EAFNOSUPPORT, EAGAIN, EALREADY, EBADF, ECONNREFUSED, EFAULT, EISCONN,
-              ENETUNREACH, ENOTSOCK, EPROTOTYPE, ETIMEDOUT},
+             {EACCES, EPERM, EADDRINUSE, EADDRNOTAVAIL, EAFNOSUPPORT, EAGAIN, EALREADY, EBADF, ECONNREFUSED, EFAULT,
+              EHOSTUNREACH, EINTR, EISCONN, ENETUNREACH, ENOTSOCK, EPROTOTYPE, ETIMEDOUT},
              [](int, int error) {
                  if (error == ECONNREFUSED) return openFails(KRVSTAT_CONNECTION_REFUSED);
                  if (error == ENETUNREACH) return openFails(KRVSTAT_NETWORK_UNREACHABLE);
@@ -250,24 +220,54 @@ TEST_F(FailingSystemCalls, ConnectHasACodeForTwoErrorsAndOneForTheRest)
              });
 }
 
+// The wait finds a socket that has no error and is not connected either: the greeting fails.
+TEST_F(FailingSystemCalls, ConnectThatSaysItIsOnItsWayAndIsNotFailsInTheGreeting)
+{
+    failEach(Call::Connect, {EINPROGRESS}, [](int, int) { return openFails(KRVSTAT_CONNECT_FAILED); });
+}
+
+TEST_F(FailingSystemCalls, ConnectErrorThatCannotBeReadCountsAsNone)
+{
+    failEach(Call::Getsockopt, {EBADF, EFAULT, EINVAL, ENOPROTOOPT, ENOTSOCK}, [](int, int) { return everythingRight; });
+}
+
 TEST_F(FailingSystemCalls, SendAndWaitAreACommsFailure)
 {
-    const auto commsFailed = [](int request, int) { return exchangeFails(request, KRVSTAT_GATEWAY_COMMS_FAILED); };
-    failEach(Call::Send, {EACCES, EAGAIN, EALREADY, EBADF, ECONNRESET, EDESTADDRREQ, EFAULT, EINVAL, EISCONN, EMSGSIZE,
-                          ENOBUFS, ENOMEM, ENOTCONN, ENOTSOCK, EOPNOTSUPP, EPIPE},
-             commsFailed);
-    failEach(Call::Select, {EBADF, EINVAL, ENOMEM}, commsFailed);
+    failEach(Call::Send, sendErrors, commsFailed);
+    failEach(Call::Send, {EAGAIN}, commsFailed);
+    failEach(Call::Select, selectErrors, commsFailed);
 }
 
 TEST_F(FailingSystemCalls, ReceiveIsAProtocolError)
 {
-    failEach(Call::Recv, {EAGAIN, EBADF, ECONNREFUSED, ECONNRESET, EFAULT, EINVAL, ENOMEM, ENOTCONN, ENOTSOCK, ETIMEDOUT},
-             [](int request, int) { return exchangeFails(request, KRVSTAT_GATEWAY_PROTOCOL_ERROR); });
+    failEach(Call::Recv, recvErrors, protocolFailed);
+    failEach(Call::Recv, {EAGAIN}, protocolFailed);
+}
+
+TEST_F(FailingSystemCalls, HaveTheSameCodesBeforeADeadline)
+{
+    setDeadline();
+    failEach(Call::Send, sendErrors, commsFailed);
+    failEach(Call::Select, selectErrors, commsFailed);
+    failEach(Call::Recv, recvErrors, protocolFailed);
+}
+
+TEST_F(FailingSystemCalls, CallsThatWouldBlockBeforeADeadlineAreWaitedFor)
+{
+    setDeadline();
+    const auto right = [](int, int) { return everythingRight; };
+    failEach(Call::Send, {EAGAIN}, right);
+    failEach(Call::Recv, {EAGAIN}, right);
 }
 
 TEST_F(FailingSystemCalls, CloseIsNobodysError)
 {
     failEach(Call::Close, {EBADF, EINTR, EIO, ENOSPC, EDQUOT}, [](int, int) { return everythingRight; });
+}
+
+TEST_F(FailingSystemCalls, SignalThatCannotBeIgnoredIsNobodysError)
+{
+    failEach(Call::Sigaction, {EFAULT, EINVAL}, [](int, int) { return everythingRight; });
 }
 
 TEST_F(FailingSystemCalls, InterruptionsAreNotSeen)
@@ -278,24 +278,25 @@ TEST_F(FailingSystemCalls, InterruptionsAreNotSeen)
     }
 }
 
-TEST_F(FailingSystemCalls, ShortCountsAreNotSeen)
+TEST_F(FailingSystemCalls, InterruptionsAreNotSeenBeforeADeadline)
 {
-    for (std::size_t mostBytes : {1u, 2u, 7u}) {
-        Injection injection;
-        injection.mostBytes = mostBytes;
-        EXPECT_EQ(everythingRight, run(injection));
-        EXPECT_GT(injection.made[Call::Send], clean.made[Call::Send] * 2);
-        EXPECT_GT(injection.made[Call::Recv], clean.made[Call::Recv] * 2);
+    setDeadline();
+    for (Call call : {Call::Select, Call::Send, Call::Recv}) {
+        interruptEach(call, 1);
+        interruptEach(call, 100);
     }
 }
 
-TEST_F(FailingSystemCalls, FullDiskUnderTheTraceChangesNoAnswer)
+TEST_F(FailingSystemCalls, ShortCountsAreNotSeen)
 {
-    char full[] = "/dev/full";
-    ASSERT_EQ(0, setAPITraceFile(full));
-    ASSERT_EQ(0, setAPITraceLevel(4));
-    EXPECT_EQ(everythingRight, converse(gateway.port()));
-    EXPECT_EQ(0, dumpState());
-    ASSERT_EQ(0, setAPITraceLevel(0));
-    ASSERT_EQ(0, setAPITraceFile(nullptr));
+    for (bool limited : {false, true}) {
+        if (limited) setDeadline();
+        for (std::size_t mostBytes : {1u, 2u, 7u}) {
+            Injection injection;
+            injection.mostBytes = mostBytes;
+            EXPECT_EQ(everythingRight, run(injection));
+            EXPECT_GT(injection.made[Call::Send], clean.made[Call::Send] * 2);
+            EXPECT_GT(injection.made[Call::Recv], clean.made[Call::Recv] * 2);
+        }
+    }
 }

@@ -779,3 +779,23 @@ TEST(AuthorisationSteps, AreTracedAtLevelThree)
     EXPECT_EQ(0u, exit[0].message.find("stapi_krv_gwycon.authorizeConnection("));
     EXPECT_EQ(2u, linesNumbered(lines, 3225).size());
 }
+
+// ---- Records that are no messages ---------------------------------------------------------------------------------
+
+TEST(Authorisation, WhoseBodyDoesNotFitItsLengthIsNotSent)
+{
+    for (std::int32_t callType : {0, 1}) {
+        const std::int32_t whole = authRequest(callType).header.datalength;
+        for (std::int32_t datalength = -1; datalength < whole; ++datalength) {
+            ScriptedPeer peer = ScriptedPeer::onSocketPair({expectCloseWithoutBytes()});
+            AuthRequest request = authRequest(callType);
+            request.header.datalength = datalength;
+            ReasonCodes reasons = {};
+            EXPECT_EQ(-1, flowAuthRequest(peer.clientSocket(), &request, &reasons)) << callType << " " << datalength;
+            peer.closeClientSocket();
+            peer.finish();
+            EXPECT_EQ("", peer.problem());
+            EXPECT_TRUE(sameBytes({}, peer.received())) << datalength;
+        }
+    }
+}

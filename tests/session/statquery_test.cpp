@@ -533,6 +533,23 @@ TEST(Operation, InitReplyInPlaceOfDataIsABadReply)
     }
 }
 
+TEST(Operation, DataThatAreNotThereAreTracedWithoutALengthAndWithoutADump)
+{
+    ScriptedPeer peer = ScriptedPeer::onSocketPair(endedByCall(adminInitReply(version)));
+    TraceFile trace(4);
+    char ids[] = "";
+    char action[] = "GET_STATS";
+    ResultBuffer buffer;
+    ReasonCodes reasons{};
+    EXPECT_EQ(-122, statCommsString(peer.clientSocket(), action, ids, &buffer.block, &buffer.length, &reasons));
+    peer.closeClientSocket();
+    peer.finish();
+    EXPECT_EQ("", peer.problem());
+    EXPECT_EQ("stapi_krv_statcomms.statCommsString data=" + pointerText(nullptr) + " len=0 stopword=00000000",
+              messageOf(trace.lines(), 2230));
+    EXPECT_EQ(0u, linesNumbered(trace.lines(), 2230).at(0).dump.size());
+}
+
 TEST(Operation, ReplyDataThatEndsTooEarlyIsABadReply)
 {
     for (const char* queryType : {"GET_STATS", "STAT_IDS"}) {
@@ -575,6 +592,22 @@ TEST(Operation, IsTracedStepByStep)
     }
     EXPECT_EQ("2211 Successfully called the Gateway for IDs", successes);
     EXPECT_EQ("2212", frees);
+}
+
+TEST(Operation, ShowsAsMuchOfItsNameInTheTraceAsAFieldOfTwentyFiveHolds)
+{
+    for (std::size_t length : {23u, 24u, 25u, 40u}) {
+        TraceFile trace(3);
+        std::string name(length, 'N');
+        char ids[] = "";
+        char* buffer = nullptr;
+        int bufferLen = 0;
+        ReasonCodes reasons = {};
+        EXPECT_EQ(-1, statCommsString(-1, name.data(), ids, &buffer, &bufferLen, &reasons));
+        const std::string shown = "queryType=" + std::string(std::min<std::size_t>(length, 24), 'N') + ", ";
+        EXPECT_NE(std::string::npos, messageOf(trace.lines(), 2208).find(shown)) << length;
+        EXPECT_NE(std::string::npos, messageOf(trace.lines(), 2213).find(shown)) << length;
+    }
 }
 
 TEST(Operation, OnStatisticsIsTracedWithItsOwnNumber)

@@ -8,6 +8,7 @@
 
 #include <cerrno>
 #include <cstddef>
+#include <ctime>
 
 #include <dlfcn.h>
 #include <pthread.h>
@@ -19,15 +20,18 @@ namespace krvtest {
 
 struct FailingCall {
     int passBefore;   // matching calls let through before the one that fails; -1: none fails
-    int error;        // what errno becomes; a failed mutex call returns EDEADLK, so that the two can be told apart
+    int error;        // what errno becomes
     std::size_t size; // malloc and realloc: 0 matches every request, else only requests of this many bytes and a little room
     int met;          // calls that failed
     int seen;         // matching calls while armed
+    int result = EDEADLK;  // what a failed mutex call returns; by default not the errno, so that the two can be told apart
+    bool isMade = false;   // a failed mutex call does what it should all the same
 };
 
 constinit thread_local FailingCall failingMalloc{-1, 0, 0, 0, 0};
 constinit thread_local FailingCall failingMutexInit{-1, 0, 0, 0, 0};
 constinit thread_local FailingCall failingMutexLock{-1, 0, 0, 0, 0};
+constinit thread_local FailingCall failingMutexWait{-1, 0, 0, 0, 0}; // with a limit
 constinit thread_local FailingCall failingMutexUnlock{-1, 0, 0, 0, 0};
 constinit thread_local FailingCall failingMutexDestroy{-1, 0, 0, 0, 0};
 
@@ -74,10 +78,24 @@ template <typename Function> TESTS_UNINSTRUMENTED Function next(Function* known,
 TESTS_UNINSTRUMENTED inline int mutexCall(FailingCall& call, int (*real)(pthread_mutex_t*), pthread_mutex_t* mutex)
 {
     if (failsNow(call, 0)) {
+        if (call.isMade) real(mutex);
         errno = call.error;
-        return EDEADLK;
+        return call.result;
     }
     return real(mutex);
+}
+
+// For the calls that wait with a limit, which differ in their arguments.
+template <typename Wait>
+TESTS_UNINSTRUMENTED int mutexWait(Wait wait)
+{
+    FailingCall& call = failingMutexWait;
+    if (failsNow(call, 0)) {
+        if (call.isMade) wait();
+        errno = call.error;
+        return call.result;
+    }
+    return wait();
 }
 
 } // namespace krvtest
@@ -123,7 +141,7 @@ TESTS_UNINSTRUMENTED int pthread_mutex_init(pthread_mutex_t* mutex, const pthrea
     static Init real = nullptr;
     if (krvtest::failsNow(krvtest::failingMutexInit, 0)) {
         errno = krvtest::failingMutexInit.error;
-        return EDEADLK;
+        return krvtest::failingMutexInit.result;
     }
     return krvtest::next(&real, "pthread_mutex_init")(mutex, attributes);
 }
@@ -133,6 +151,31 @@ TESTS_UNINSTRUMENTED int pthread_mutex_lock(pthread_mutex_t* mutex) noexcept
     using Lock = int (*)(pthread_mutex_t*);
     static Lock real = nullptr;
     return krvtest::mutexCall(krvtest::failingMutexLock, krvtest::next(&real, "pthread_mutex_lock"), mutex);
+}
+
+// With 64-bit time on a 32-bit machine, the header gives these two another name at link time.
+#ifdef __USE_TIME_BITS64
+#define CALL_CLOCKLOCK "__pthread_mutex_clocklock64"
+#define CALL_TIMEDLOCK "__pthread_mutex_timedlock64"
+#else
+#define CALL_CLOCKLOCK "pthread_mutex_clocklock"
+#define CALL_TIMEDLOCK "pthread_mutex_timedlock"
+#endif
+
+TESTS_UNINSTRUMENTED int pthread_mutex_clocklock(pthread_mutex_t* mutex, clockid_t clock, const timespec* until) noexcept
+{
+    using Clocklock = int (*)(pthread_mutex_t*, clockid_t, const timespec*);
+    static Clocklock real = nullptr;
+    const Clocklock next = krvtest::next(&real, CALL_CLOCKLOCK);
+    return krvtest::mutexWait([&] { return next(mutex, clock, until); });
+}
+
+TESTS_UNINSTRUMENTED int pthread_mutex_timedlock(pthread_mutex_t* mutex, const timespec* until) noexcept
+{
+    using Timedlock = int (*)(pthread_mutex_t*, const timespec*);
+    static Timedlock real = nullptr;
+    const Timedlock next = krvtest::next(&real, CALL_TIMEDLOCK);
+    return krvtest::mutexWait([&] { return next(mutex, until); });
 }
 
 TESTS_UNINSTRUMENTED int pthread_mutex_unlock(pthread_mutex_t* mutex) noexcept

@@ -1,4 +1,4 @@
-// Lets a test stand between the library and the socket calls of the system.
+// Lets a test stand between the library and the socket calls of the system, and what goes with them.
 //
 // A program that defines recv is asked before the C library, also by the shared library: so this header defines the
 // calls below, each of which goes to the hook that the calling thread has set, or else on to the system. Inside a hook,
@@ -8,6 +8,7 @@
 
 #include <dlfcn.h>
 #include <netdb.h>
+#include <signal.h>
 #include <sys/ioctl.h>
 #include <sys/select.h>
 #include <sys/socket.h>
@@ -31,6 +32,7 @@ struct SocketCalls {
     std::function<ssize_t(int socket, void* bytes, size_t count, int flags)> recv;
     std::function<int(int descriptor)> close;
     std::function<time_t(time_t* result)> time;
+    std::function<int(int signal, const struct sigaction* action, struct sigaction* before)> sigaction;
 };
 
 inline thread_local SocketCalls* socketCallHooks = nullptr;
@@ -99,6 +101,7 @@ ssize_t calledSend(int socket, const void* bytes, size_t count, int flags) __asm
 ssize_t calledRecv(int socket, void* bytes, size_t count, int flags) __asm__("recv");
 int calledClose(int descriptor) __asm__("close");
 time_t calledTime(time_t* result) __asm__(CALL_TIME);
+int calledSigaction(int signal, const struct sigaction* action, struct sigaction* before) __asm__("sigaction");
 
 int calledGetaddrinfo(const char* host, const char* port, const addrinfo* hints, addrinfo** found)
 {
@@ -170,6 +173,12 @@ int calledClose(int descriptor)
 time_t calledTime(time_t* result)
 {
     return socket_calls::passOn<time_t, time_t(time_t*)>(&SocketCalls::time, CALL_TIME, result);
+}
+
+int calledSigaction(int signal, const struct sigaction* action, struct sigaction* before)
+{
+    return socket_calls::passOn<int, int(int, const struct sigaction*, struct sigaction*)>(
+        &SocketCalls::sigaction, "sigaction", signal, action, before);
 }
 
 }  // extern "C"

@@ -1,5 +1,6 @@
 // Watches the allocations of the calling thread that have a certain size: counts them, lets chosen ones fail, makes
-// them larger than asked for, and knows which blocks are still there.
+// them larger than asked for, fills them with what nobody wrote, puts them in front of memory that cannot be read, and
+// knows which blocks are still there, and whether somebody wrote behind them.
 //
 // A program that defines malloc is asked first, also by the shared library. Include this in exactly one source file of
 // a program, and assert failed(): a failure that was never met proves nothing.
@@ -9,6 +10,8 @@
 #include <cstddef>
 
 #include <dlfcn.h>
+#include <sys/mman.h>
+#include <unistd.h>
 
 // A sanitizer's start-up allocates before instrumented code may run.
 #define KRVTEST_UNINSTRUMENTED \
@@ -25,16 +28,20 @@ __attribute__((weak)) void __interceptor_free(void*);
 namespace krvtest {
 
 struct WatchedAllocations {
-    static constexpr int most = 256;
+    static constexpr int most = 512;
+    static constexpr unsigned char soil = 0xA5;
 
     std::size_t leastSize = 0; // 0: nothing is watched
     std::size_t mostSize = 0;
     int failFrom = -1; // number of the first request that fails, from 0
     int failFor = 0;   // how many fail from there
     std::size_t extra = 0;
+    bool soils = false;
+    bool fences = false;
 
     int requests = 0;
     int failures = 0;
+    int damaged = 0; // freed blocks in which something was written behind what was asked for
     std::size_t sizes[most] = {}; // as they were asked for
     void* blocks[most] = {};      // those still there; nullptr where one was freed
 };
@@ -62,19 +69,62 @@ KRVTEST_UNINSTRUMENTED inline bool countsAndFails(std::size_t size)
     return fails;
 }
 
-KRVTEST_UNINSTRUMENTED inline void* noteBlock(void* block)
+// Notes the block of the latest request, of which the first `kept` bytes hold something.
+KRVTEST_UNINSTRUMENTED inline void* noteBlock(void* block, std::size_t kept = 0)
 {
     WatchedAllocations& watched = watchedAllocations;
-    if (block) watched.blocks[watched.requests - 1] = block;
+    if (!block) return block;
+    const int number = watched.requests - 1;
+    watched.blocks[number] = block;
+    if (watched.soils) {
+        volatile unsigned char* bytes = static_cast<unsigned char*>(block);
+        for (std::size_t i = kept; i < watched.sizes[number] + watched.extra; i++) bytes[i] = WatchedAllocations::soil;
+    }
     return block;
 }
 
-KRVTEST_UNINSTRUMENTED inline void forgetBlock(const void* block)
+KRVTEST_UNINSTRUMENTED inline bool isDamaged(int number)
+{
+    const WatchedAllocations& watched = watchedAllocations;
+    if (!watched.soils || !watched.blocks[number]) return false;
+    const unsigned char* behind = static_cast<const unsigned char*>(watched.blocks[number]) + watched.sizes[number];
+    for (std::size_t i = 0; i < watched.extra; i++)
+        if (behind[i] != WatchedAllocations::soil) return true;
+    return false;
+}
+
+// Returns the size that the block was asked for, 0 for one that is not watched.
+KRVTEST_UNINSTRUMENTED inline std::size_t forgetBlock(const void* block)
 {
     WatchedAllocations& watched = watchedAllocations;
-    if (watched.leastSize == 0 || !block) return;
-    for (int i = 0; i < watched.requests; i++)
-        if (watched.blocks[i] == block) watched.blocks[i] = nullptr;
+    if (watched.leastSize == 0 || !block) return 0;
+    for (int i = 0; i < watched.requests; i++) {
+        if (watched.blocks[i] != block) continue;
+        watched.damaged += isDamaged(i);
+        watched.blocks[i] = nullptr;
+        return watched.sizes[i];
+    }
+    return 0;
+}
+
+// A block whose last byte is the last of a page; behind it lies one that cannot be read. Whatever its alignment: for
+// blocks of bytes alone.
+KRVTEST_UNINSTRUMENTED inline void* fencedBlock(std::size_t size)
+{
+    const std::size_t page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+    const std::size_t held = (size + page - 1) / page * page;
+    void* pages = mmap(nullptr, held + page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (pages == MAP_FAILED) return nullptr;
+    char* const fence = static_cast<char*>(pages) + held;
+    mprotect(fence, page, PROT_NONE);
+    return fence - size;
+}
+
+KRVTEST_UNINSTRUMENTED inline void freeFencedBlock(void* block, std::size_t size)
+{
+    const std::size_t page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+    const std::size_t held = (size + page - 1) / page * page;
+    munmap(static_cast<char*>(block) + size - held, held + page);
 }
 
 template <typename Function> KRVTEST_UNINSTRUMENTED Function realCall(Function sanitizers, const char* name)
@@ -103,6 +153,22 @@ public:
     }
     void enlarge(std::size_t extra) { watchedAllocations.extra = extra; }
 
+    // Blocks come full of something, as they may anywhere, with `guard` bytes behind them that nobody may write.
+    void soil(std::size_t guard)
+    {
+        watchedAllocations.extra = guard;
+        watchedAllocations.soils = true;
+    }
+    int damaged() const
+    {
+        int all = watchedAllocations.damaged;
+        for (int i = 0; i < watchedAllocations.requests; i++) all += isDamaged(i);
+        return all;
+    }
+
+    // What malloc hands out ends where memory that cannot be read begins. It has to be freed while this lives.
+    void fence() { watchedAllocations.fences = true; }
+
     int requests() const { return watchedAllocations.requests; }
     int failures() const { return watchedAllocations.failures; }
     std::size_t size(int number) const { return watchedAllocations.sizes[number]; }
@@ -125,6 +191,7 @@ KRVTEST_UNINSTRUMENTED void* malloc(std::size_t size) noexcept
     if (!real) real = krvtest::realCall<Malloc>(__interceptor_malloc, "malloc");
     if (!krvtest::watches(size)) return real(size);
     if (krvtest::countsAndFails(size)) return nullptr;
+    if (krvtest::watchedAllocations.fences) return krvtest::noteBlock(krvtest::fencedBlock(size));
     return krvtest::noteBlock(real(size + krvtest::watchedAllocations.extra));
 }
 
@@ -135,7 +202,7 @@ KRVTEST_UNINSTRUMENTED void* calloc(std::size_t count, std::size_t size) noexcep
     if (!real) real = krvtest::realCall<Calloc>(__interceptor_calloc, "calloc");
     if (!krvtest::watches(count * size)) return real(count, size);
     if (krvtest::countsAndFails(count * size)) return nullptr;
-    return krvtest::noteBlock(real(1, count * size + krvtest::watchedAllocations.extra));
+    return krvtest::noteBlock(real(1, count * size + krvtest::watchedAllocations.extra), count * size);
 }
 
 KRVTEST_UNINSTRUMENTED void* realloc(void* block, std::size_t size) noexcept
@@ -145,8 +212,9 @@ KRVTEST_UNINSTRUMENTED void* realloc(void* block, std::size_t size) noexcept
     if (!real) real = krvtest::realCall<Realloc>(__interceptor_realloc, "realloc");
     if (!krvtest::watches(size)) return real(block, size);
     if (krvtest::countsAndFails(size)) return nullptr;
-    krvtest::forgetBlock(block);
-    return krvtest::noteBlock(real(block, size + krvtest::watchedAllocations.extra));
+    const std::size_t before = krvtest::forgetBlock(block);
+    const std::size_t kept = block && before == 0 ? size : before < size ? before : size; // all of one that was not watched
+    return krvtest::noteBlock(real(block, size + krvtest::watchedAllocations.extra), kept);
 }
 
 KRVTEST_UNINSTRUMENTED void free(void* block) noexcept
@@ -165,8 +233,12 @@ KRVTEST_UNINSTRUMENTED void free(void* block) noexcept
         looking = false;
         real(postponed);
     }
-    krvtest::forgetBlock(block);
-    real(block);
+    const std::size_t size = krvtest::forgetBlock(block);
+    if (size > 0 && krvtest::watchedAllocations.fences) {
+        krvtest::freeFencedBlock(block, size);
+    } else {
+        real(block);
+    }
 }
 
 } // extern "C"

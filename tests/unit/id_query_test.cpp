@@ -264,6 +264,20 @@ TEST(GetIdQueryTrace, CountsTheGoodIds)
     EXPECT_EQ(std::string::npos, trace.text().find("Created query string"));
 }
 
+
+TEST(GetIdQuery, WithoutAnAreaForItsTextIsRefused)
+{
+    HeldSet set(idSet({{"g", 0, {{"17"}}}}));
+    char* const area = set.token->validatedQueryPtr;
+    set.token->validatedQueryPtr = nullptr;
+    char* text = nullptr;
+    EXPECT_EQ(KRVSTAT_ID_QUERY_FAILED, getIdQuery(set.token, &text));
+    EXPECT_EQ(nullptr, text);
+    set.token->validatedQueryPtr = area;
+    EXPECT_EQ(0, getIdQuery(set.token, &text));
+    EXPECT_STREQ("17", text);
+}
+
 TEST(GetIdQueryTrace, NamesUnknownContent)
 {
     HeldSet empty(terminatorBytes(), 32);

@@ -327,4 +327,65 @@ TEST(IterationBounds, HugeLengthsDoNotWrapAround)
     }
 }
 
+
+TEST(IterationBounds, ASetWithoutABufferOrWithLessThanACategoryIsRefused)
+{
+    for (bool statistics : {false, true}) {
+        for (bool first : {false, true}) {
+            HeldSet set(statistics ? statSet({}) : idSet({}));
+            Record record = untouchedRecord();
+            set.token->rsBuffLen = 7;
+            EXPECT_EQ(KRVSTAT_WRONG_RESULT_SET_CONTENT, call(set, statistics, first, record));
+            char* const block = set.token->rsBuffPtr;
+            set.token->rsBuffPtr = nullptr;
+            EXPECT_EQ(KRVSTAT_WRONG_RESULT_SET_CONTENT, call(set, statistics, first, record));
+            set.token->rsBuffPtr = block;
+            const Record untouched = untouchedRecord();
+            EXPECT_EQ(0, std::memcmp(&untouched, &record, sizeof record));
+        }
+    }
+}
+
+TEST(IterationBounds, ACategoryWithoutACountIsTheEnd)
+{
+    for (int stated : {8, 9, 10, 11}) {
+        for (bool first : {false, true}) {
+            HeldSet set(idSet({{"Q", 0, {{"a"}}}}));
+            set.token->rsBuffLen = stated;
+            Record record = untouchedRecord();
+            EXPECT_EQ(KRVSTAT_RESULT_SET_EMPTY, call(set, false, first, record)) << stated;
+            EXPECT_EQ(0, set.token->queryIndex);
+        }
+    }
+}
+
+TEST(IterationBounds, APositionBehindTheBufferIsTheEnd)
+{
+    HeldSet set(idSet({{"Q", 0, {{"a"}, {"b"}, {"c"}}}}));
+    Record record = untouchedRecord();
+    ASSERT_EQ(0, getFirstId(set.token, &record.id));
+    ASSERT_EQ(0, getNextId(set.token, &record.id));
+    set.token->rsBuffLen = 12; // in front of the position
+    EXPECT_EQ(KRVSTAT_RESULT_SET_EMPTY, getNextId(set.token, &record.id));
+    EXPECT_EQ(KRVSTAT_RESULT_SET_EMPTY, getNextId(set.token, &record.id));
+}
+
+// As a query leaves a set whose walk stood inside a query element.
+TEST(IterationBounds, AWalkThatIsSetBackInsideASubsetStartsAnew)
+{
+    for (bool statistics : {false, true}) {
+        const std::vector<SetQuery> queries = {{"Q", 0, {{"a", "1"}, {"b", "2"}, {"c", "3"}}}};
+        HeldSet set(statistics ? statSet(queries) : idSet(queries));
+        Record record = untouchedRecord();
+        ASSERT_EQ(0, call(set, statistics, true, record));
+        ASSERT_EQ(0, call(set, statistics, false, record));
+        set.token->cursor = set.token->rsBuffPtr;
+        set.token->queryIndex = 0;
+        record = untouchedRecord();
+        ASSERT_EQ(0, call(set, statistics, false, record));
+        EXPECT_EQ("a", statistics ? std::string(record.stat.statIdPtr, 1) : std::string(record.id.idPtr, 1));
+        EXPECT_EQ(0, std::memcmp(statistics ? "KRVSTSET" : "KRVIDSET", statistics ? record.stat.eyecatcher : record.id.eyecatcher, 8));
+    }
+}
+
 } // namespace krvtest

@@ -234,6 +234,44 @@ TEST(Locks, FailureLinesAreWrittenWithoutTraceLock)
     EXPECT_EQ(3104, onlyException(trace).number);
 }
 
+// Each failure's line, with the calls counted that a taken traceLock would show.
+TEST(Locks, NoFailureLineTakesTraceLock)
+{
+    struct Failure {
+        int number;
+        int (*operation)(stapilock*);
+        bool isInitialized;
+        FailingCall* fails; // NULL: it fails by the marker
+        FailingCall* counted;
+    };
+    const Failure failures[] = {
+        {3101, initializeLock, false, &failingMutexInit, &failingMutexLock},
+        {3104, requestLock, false, nullptr, &failingMutexUnlock},
+        {3105, requestLock, true, &failingMutexLock, &failingMutexUnlock},
+        {3108, releaseLock, false, nullptr, &failingMutexLock},
+        {3109, releaseLock, true, &failingMutexUnlock, &failingMutexLock},
+        {3112, destroyLock, false, nullptr, &failingMutexLock},
+        {3113, destroyLock, true, &failingMutexDestroy, &failingMutexLock},
+    };
+    TraceFile trace(1);
+    for (const Failure& failure : failures) {
+        stapilock lock = zeroLock();
+        if (failure.isInitialized) {
+            ASSERT_EQ(0, initializeLock(&lock));
+        }
+        trace.forget();
+        if (failure.fails) *failure.fails = FailingCall{0, EINVAL, 0, 0, 0};
+        const Injected counted = withFailing(*failure.counted, EINVAL, [&] { return failure.operation(&lock); }, 1000);
+        if (failure.fails) *failure.fails = FailingCall{-1, 0, 0, 0, 0};
+        EXPECT_GT(0, counted.result) << failure.number;
+        EXPECT_EQ(0, counted.seen) << failure.number;
+        EXPECT_EQ(failure.number, onlyException(trace).number);
+        if (failure.isInitialized) {
+            EXPECT_EQ(0, destroyLock(&lock));
+        }
+    }
+}
+
 TEST(Locks, AFailureOfTraceLockIsReportedAndTheLineItselfIsStillWritten)
 {
     TraceFile trace(1);

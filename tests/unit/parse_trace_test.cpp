@@ -192,4 +192,26 @@ TEST(ParseTrace, IsSilentBelowItsLevels)
     for (const TraceLine& line : trace.lines()) EXPECT_TRUE(line.kind == "ENTRY" || line.kind == "EXIT") << line.text;
 }
 
+// At level 3, where the writers show themselves: each piece by its own, in the order of the buffer.
+TEST(ParseTrace, ShowsTheOrderInWhichTheBufferIsWritten)
+{
+    constexpr int integer = 2108, chars = 2111, eyecatcher = 2116, terminator = 2120;
+    const std::vector<int> expected = {
+        terminator, eyecatcher, integer,             // number of responses
+        integer, chars, integer, integer,            // element, its rc, its count
+        integer, chars, integer, chars,              // id and value
+        integer, chars, integer, chars,              //
+        terminator,
+    };
+    ParseBuffer buffer;
+    Bytes data = encodeReply({ReplyKind::Statistics, 0, true, 0,
+                              {statsResponse("S", 0, {plainElement("a", "1"), plainElement("b", "2")})}, 11});
+    TraceFile trace(3);
+    ASSERT_EQ(0, parseStatsData(reinterpret_cast<char*>(data.data()), &buffer.block, &buffer.capacity));
+    std::vector<int> entries;
+    for (const TraceLine& line : trace.lines())
+        if (line.kind == "ENTRY" && line.number / 100 == 21) entries.push_back(line.number);
+    EXPECT_EQ(expected, entries);
+}
+
 } // namespace krvtest

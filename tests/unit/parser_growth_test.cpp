@@ -104,6 +104,34 @@ TEST(Growth, PastTheLargestCapacityFails)
     }
 }
 
+
+TEST(Growth, OfANegativeCapacityFails)
+{
+    for (int capacity : {-1, INT_MIN}) {
+        ParseBuffer buffer(100);
+        char* old = buffer.block;
+        char* cursor = old + 33;
+        buffer.capacity = capacity;
+        EXPECT_EQ(KRVSTAT_OUT_OF_MEMORY, reallocResultsSetBuffer(&buffer.block, &buffer.capacity, &cursor, 50));
+        EXPECT_EQ(nullptr, buffer.block);
+        EXPECT_EQ(capacity, buffer.capacity);
+        buffer.block = old;
+    }
+}
+
+TEST(Growth, ABufferBelowThePreambleIsRefusedUntouched)
+{
+    for (ReplyKind kind : {ReplyKind::Statistics, ReplyKind::Ids}) {
+        for (int capacity : {0, 8, 11}) {
+            ParseBuffer buffer(100);
+            buffer.capacity = capacity;
+            EXPECT_EQ(KRVSTAT_OUT_OF_MEMORY, parse(kind, replyWith(kind, 1, {1}), buffer));
+            EXPECT_EQ(capacity, buffer.capacity);
+            EXPECT_TRUE(sameBytes(Bytes(100, ParseBuffer::untouched), buffer.first(100)));
+        }
+    }
+}
+
 TEST(Growth, IsTraced)
 {
     ParseBuffer buffer(100);
@@ -371,6 +399,68 @@ TEST(GrowthFailure, OfEachGrowthInTurnIsReported)
             EXPECT_EQ(KRVSTAT_OUT_OF_MEMORY, rc) << number;
             EXPECT_EQ(nullptr, block) << number;
             EXPECT_EQ(64 << number, capacity) << number;
+        }
+    }
+}
+
+TEST(Growth, AsksForTwiceAnyLengthThatCanBeDoubled)
+{
+    for (int capacity : {1, INT_MAX / 3 + 1, INT_MAX / 2 - 1, INT_MAX / 2}) {
+        ParseBuffer buffer(100);
+        buffer.capacity = capacity;
+        char* cursor = nullptr;
+        int rc = 0;
+        int requests = 0;
+        std::size_t size = 0;
+        {
+            AllocationWatch watch(1, SIZE_MAX);
+            watch.fail(0, 1);
+            rc = reallocResultsSetBuffer(&buffer.block, &buffer.capacity, &cursor, 1);
+            requests = watch.requests();
+            size = watch.size(0);
+        }
+        EXPECT_EQ(KRVSTAT_OUT_OF_MEMORY, rc);
+        EXPECT_EQ(1, requests) << capacity;
+        EXPECT_LE(2 * static_cast<std::size_t>(capacity), size) << capacity;
+        EXPECT_GE(2 * static_cast<std::size_t>(capacity) + mostRoom, size) << capacity;
+    }
+}
+
+TEST(Growth, OfALengthOfZeroIsTwiceNothing)
+{
+    ParseBuffer buffer(100);
+    buffer.capacity = 0;
+    char* cursor = nullptr;
+    EXPECT_EQ(0, reallocResultsSetBuffer(&buffer.block, &buffer.capacity, &cursor, 0));
+    EXPECT_EQ(0, buffer.capacity);
+    EXPECT_EQ(buffer.block, cursor);
+}
+
+TEST(Growth, ZeroesTheRoomBehindTheNewLengthAndNothingBehindThat)
+{
+    AllocationWatch watch(1, 100000);
+    watch.soil(16);
+    ParseBuffer buffer(100);
+    char* cursor = nullptr;
+    EXPECT_EQ(0, reallocResultsSetBuffer(&buffer.block, &buffer.capacity, &cursor, 100));
+    EXPECT_EQ(0, watch.damaged());
+    EXPECT_TRUE(sameBytes(zeros(RESULT_SET_ROOM), slice(buffer.first(200 + RESULT_SET_ROOM), 200, RESULT_SET_ROOM)));
+}
+
+TEST(Growth, WhatOneDoublingHasNoRoomForLandsInTheBlockAllTheSame)
+{
+    constexpr int preamble = 12; // category and number of responses: the least that a buffer holds
+    for (ReplyKind kind : {ReplyKind::Ids, ReplyKind::Statistics}) {
+        for (int capacity : {preamble, preamble + 1, 64}) {
+            Bytes reply = replyWith(kind, 10, {3000, 7});
+            const DecodedReply expected = decodeReply(kind, reply, capacity);
+            AllocationWatch watch(1, 1000000);
+            watch.soil(64);
+            ParseBuffer buffer(capacity);
+            EXPECT_EQ(0, parse(kind, reply, buffer));
+            EXPECT_EQ(0, watch.damaged());
+            EXPECT_EQ(expected.capacity, buffer.capacity);
+            EXPECT_TRUE(sameBytes(expected.set, buffer.first(expected.set.size())));
         }
     }
 }

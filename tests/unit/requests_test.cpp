@@ -347,3 +347,49 @@ TEST(Requests, InvokeLengthTracesEntryAndExit)
     EXPECT_EQ("EXIT", lines[1].kind);
     EXPECT_EQ(0u, lines[1].message.find("stapi_krv_statcomms.calculateCallLength(")) << lines[1].message;
 }
+
+TEST(Requests, ANameShorterThanItsLengthIsFilledUpWithZeros)
+{
+    GatewayRequest header = adminHeader();
+    header.requestType = "Auth";
+    header.requestTypeLength = 7;
+    EXPECT_TRUE(sameBytes(hex("47617465 00700000 00000001 00000000 00000000"
+                              "00 00 00 07"             // length of the name
+                              "41 75 74 68 00 00 00"    // "Auth"
+                              "00"                      // security
+                              "00 00 00 04"),           // length of the body
+                          written(header, 36)));
+    header.requestType = nullptr;
+    header.requestTypeLength = 2;
+    EXPECT_TRUE(sameBytes(hex("47617465 00700000 00000001 00000000 00000000 00000002 0000 00 00000004"), written(header, 31)));
+}
+
+TEST(Requests, ANegativeNameLengthIsWrittenWithoutAName)
+{
+    GatewayRequest header = adminHeader();
+    header.requestTypeLength = -1;
+    EXPECT_TRUE(sameBytes(hex("47617465 00700000 00000001 00000000 00000000 FFFFFFFF 00 00000004"), written(header, 29)));
+}
+
+TEST(Requests, BehindANegativeNameLengthNothingIsRead)
+{
+    const GatewayRequest header =
+        decoded(hex("47617465 00700000 00000001 00000002 00000003 FFFFFFFF 41646D69 6E 07 00000009"));
+    EXPECT_EQ(-1, header.requestTypeLength);
+    EXPECT_EQ(3, header.gatewayRc);
+    EXPECT_EQ(0, header.security);
+    EXPECT_EQ(0, header.datalength);
+}
+
+TEST(Requests, AMissingTextCountsAsAnEmptyOne)
+{
+    AdminRequest request = statisticsCall();
+    const int whole = calculateCallLength(request);
+    request.invokeParms = nullptr;
+    const int without = calculateCallLength(request);
+    request.invokeParms = "";
+    EXPECT_EQ(calculateCallLength(request), without);
+    EXPECT_LE(without, whole);
+    request.attributeName = nullptr;
+    EXPECT_EQ(82 - 8, calculateGetAttrCallLength(request));
+}

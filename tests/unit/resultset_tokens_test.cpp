@@ -112,6 +112,21 @@ TEST(CreateResultSet, ZeroesWhatItsCreatorSetsLater)
     EXPECT_EQ(0, deleteResultSet(&token));
 }
 
+TEST(CreateResultSet, ZeroesItsScratchAreaAndNothingBehindIt)
+{
+    for (int owner : {0x8888, 0x9999}) {
+        KRV_ResultSetToken_t token = nullptr;
+        AllocationWatch watch(1, 100000);
+        watch.soil(16);
+        const int rc = createResultSet(&token, userOwned, owner);
+        const int damaged = watch.damaged();
+        ASSERT_EQ(0, rc);
+        EXPECT_EQ(0, damaged);
+        EXPECT_TRUE(allZero(token->validatedQueryPtr, 32000));
+        EXPECT_EQ(0, deleteResultSet(&token));
+    }
+}
+
 TEST(CreateResultSet, RefusesNullPointersBeforeTheOwner)
 {
     KRV_ResultSetToken_t token = reinterpret_cast<KRV_ResultSetToken_t>(1);

@@ -55,6 +55,51 @@ TEST(ReturnCodes, EachHaveASentenceOfTheirOwn)
     }
 }
 
+TEST(ReturnCodes, SentencesAreToTheLetter)
+{
+    const std::map<int, std::string> sentences = {
+        {KRVSTAT_OK, "The call succeeded."},
+        {KRVSTAT_NULL_GATEWAY_TOKEN, "The gateway token is NULL."},
+        {KRVSTAT_GATEWAY_TOKEN_NOT_FOUND, "The gateway token is not an open connection of this process."},
+        {KRVSTAT_GATEWAY_COMMS_FAILED, "The gateway could not be reached or refused the request."},
+        {KRVSTAT_NULL_BUFFER, "An internal output buffer is NULL."},
+        {KRVSTAT_INVALID_TRACE_LEVEL, "The value is out of range: trace levels are 0 to 5."},
+        {KRVSTAT_NULL_PROTOCOL_VERSION_POINTER, "The pointer for the protocol version is NULL."},
+        {KRVSTAT_RESULT_SET_NOT_USER_OWNED,
+            "Only copied result sets may be freed; a connection's own goes with its connection."},
+        {KRVSTAT_INVALID_PORT, "The port is outside 1 to 65535."},
+        {KRVSTAT_NULL_GATEWAY_TOKEN_POINTER, "The pointer to the gateway token is NULL."},
+        {KRVSTAT_NULL_OUTPUT_POINTER, "An output pointer is NULL."},
+        {KRVSTAT_NO_RESULT_BUFFER, "The result-set buffer is gone; the connection may have been closed."},
+        {KRVSTAT_OUT_OF_MEMORY, "There was not enough memory."},
+        {KRVSTAT_RESULT_SET_EMPTY, "There is no further data in the result set."},
+        {KRVSTAT_GTL_CORRUPT, "The list of open connections is damaged or too long."},
+        {KRVSTAT_INVALID_RESULT_SET_OWNER, "The owner of a result set was not recognised."},
+        {KRVSTAT_CONNECT_FAILED, "The connection to the gateway failed, or the gateway did not accept the greeting."},
+        {KRVSTAT_WRONG_RESULT_SET_CONTENT, "The result set holds another kind of data than asked for."},
+        {KRVSTAT_LOCK_INIT_FAILED, "The trace lock could not be initialised."},
+        {KRVSTAT_GATEWAY_PROTOCOL_ERROR,
+            "The exchange with the gateway failed: it closed the connection, sent a bad reply, or did not answer in time."},
+        {KRVSTAT_PID_MISMATCH, "The handle belongs to another process."},
+        {KRVSTAT_TID_MISMATCH, "The handle belongs to another thread."},
+        {KRVSTAT_NULL_RESULT_SET_POINTER, "The pointer to the result set is NULL."},
+        {KRVSTAT_NULL_QUERY_ARGUMENT, "The text with ids is NULL."},
+        {KRVSTAT_NULL_RESULT_SET_TOKEN, "The result set is NULL."},
+        {KRVSTAT_NULL_ID_DATA_POINTER, "The pointer to the id record is NULL."},
+        {KRVSTAT_NULL_STAT_DATA_POINTER, "The pointer to the statistic record is NULL."},
+        {KRVSTAT_TRACE_FILE_OPEN_FAILED, "The trace file could not be opened for append."},
+        {KRVSTAT_ID_QUERY_FAILED, "No query text could be built from the result set."},
+        {KRVSTAT_HOST_NOT_RESOLVED, "The host name could not be resolved."},
+        {KRVSTAT_NULL_HOSTNAME, "The host name is NULL."},
+        {KRVSTAT_CONNECT_TIMEOUT, "The connection did not complete in time."},
+        {KRVSTAT_CONNECTION_REFUSED, "Nobody listens at that address and port."},
+        {KRVSTAT_NETWORK_UNREACHABLE, "The network is unreachable."},
+    };
+    EXPECT_EQ(codesOfTheHeader().size(), sentences.size());
+    for (const auto& [rc, sentence] : sentences) EXPECT_EQ(sentence, getReturnCodeText(rc));
+    EXPECT_STREQ("This is not a return code of krvstats.", getReturnCodeText(1));
+}
+
 TEST(ReturnCodes, ThatAreNoneAreSaidToBeUnknown)
 {
     const std::map<int, std::string> codes = codesOfTheHeader();

@@ -367,3 +367,15 @@ TEST(StorageDump, TwoStopWordsEndTheDumpEvenWhenTheLaterCrossesTheLine)
     EXPECT_EQ(15, made.result);
     EXPECT_EQ(1u, splitLines(made.text).size());
 }
+
+TEST(StorageDump, WithoutAnythingToShowWritesNothing)
+{
+    Memory memory("ABCDEFGH");
+    TraceFile trace(0);
+    EXPECT_EQ(0, traceOutStorage(nullptr, 8, 0, 16, 0)) << "no data";
+    EXPECT_EQ(0, traceOutStorage(memory.at(0), 8, 0, 0, 0)) << "no width";
+    EXPECT_EQ(0, traceOutStorage(memory.at(0), 0, 0, 16, 0)) << "no end";
+    EXPECT_EQ(0, writeStorageLineHex(memory.at(0), 0, 8, 0));
+    EXPECT_EQ(0, writeStorageLineChar(memory.at(0), 0, 8, 0, 0));
+    EXPECT_EQ("", flushed(trace));
+}

@@ -5,15 +5,18 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <future>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include "failing_calls.h"
 #include "krvstats.h"
+#include "krvstats_ext.h"
 #include "stapi_krv_diag.h"
 #include "stapi_krv_gwytok.h"
 #include "stapi_krv_impl.h"
@@ -696,4 +699,106 @@ TEST_F(TokenList, ThreadsChainVerifyAndDeleteTheirOwnTokens)
     for (std::thread& worker : workers) worker.join();
     EXPECT_EQ(std::vector<int>(threads, 0), failures);
     EXPECT_EQ(nullptr, gtListHeadPtr);
+}
+
+TEST_F(TokenList, ATokenOfAnotherProcessIsClosedWithoutAWord)
+{
+    int ends[2];
+    ASSERT_EQ(0, socketpair(AF_UNIX, SOCK_STREAM, 0, ends));
+    Internal_GatewayToken_t* token = makeToken();
+    token->socketDescriptor = ends[0];
+    token->owningPid = getpid() + 1;
+    ASSERT_EQ(0, chainGatewayToken(token));
+    KRV_GatewayToken_t handle = token;
+    EXPECT_EQ(0, deleteGatewayToken(&handle, 1));
+    EXPECT_EQ(nullptr, gtListHeadPtr);
+    char byte = 0;
+    EXPECT_EQ(0, recv(ends[1], &byte, 1, MSG_DONTWAIT)) << "the end, and nothing in front of it";
+    close(ends[1]);
+}
+
+// ---- Tokens whose query could not get the list --------------------------------------------------------------------
+
+namespace {
+
+// A query of the calling thread that gives the list up at its deadline: what it was about is left to the next call that
+// gets the list.
+int queryWhileTheListIsHeld(KRV_GatewayToken_t token)
+{
+    std::promise<void> held, done;
+    std::thread holder([&] {
+        requestLock(&gtlLock);
+        held.set_value();
+        done.get_future().wait();
+        releaseLock(&gtlLock);
+    });
+    held.get_future().wait();
+    KRV_ResultSetToken_t set = nullptr;
+    setCallDeadline(20);
+    const int rc = getStats(token, &set);
+    setCallDeadline(0);
+    done.set_value();
+    holder.join();
+    return rc;
+}
+
+// Any call that gets the list.
+void getTheList()
+{
+    Internal_GatewayToken_t stranger = {};
+    EXPECT_EQ(KRVSTAT_GATEWAY_TOKEN_NOT_FOUND, interruptGatewayConnection(&stranger));
+}
+
+} // namespace
+
+TEST_F(TokenList, LosesATokenOnceAQueryOfItsOwnerWasLate)
+{
+    std::vector<Internal_GatewayToken_t*> tokens = {makeToken(), makeToken(), makeToken()};
+    ASSERT_EQ(0, chainAll(tokens));
+    EXPECT_EQ(KRVSTAT_GATEWAY_PROTOCOL_ERROR, queryWhileTheListIsHeld(tokens[1]));
+    EXPECT_EQ(tokens, listed());
+    getTheList();
+    EXPECT_EQ((std::vector<Internal_GatewayToken_t*>{tokens[0], tokens[2]}), listed());
+    EXPECT_EQ(KRVSTAT_GATEWAY_PROTOCOL_ERROR, queryWhileTheListIsHeld(tokens[2]));
+    getTheList();
+    EXPECT_EQ((std::vector<Internal_GatewayToken_t*>{tokens[0]}), listed());
+    EXPECT_EQ(tokens[0], gtListTailPtr);
+}
+
+TEST_F(TokenList, KeepsATokenThatALateQueryDidNotOwn)
+{
+    Internal_GatewayToken_t* token = makeToken();
+    ASSERT_EQ(0, chainGatewayToken(token));
+    int rc = 0;
+    std::thread([&] { rc = queryWhileTheListIsHeld(token); }).join();
+    EXPECT_EQ(KRVSTAT_GATEWAY_PROTOCOL_ERROR, rc);
+    getTheList();
+    EXPECT_EQ(std::vector<Internal_GatewayToken_t*>{token}, listed()) << "another thread's";
+    token->owningPid = getpid() + 1;
+    EXPECT_EQ(KRVSTAT_GATEWAY_PROTOCOL_ERROR, queryWhileTheListIsHeld(token));
+    getTheList();
+    EXPECT_EQ(std::vector<Internal_GatewayToken_t*>{token}, listed()) << "another process's";
+}
+
+TEST_F(TokenList, IsLeftAloneByALateQueryAboutNoTokenOfIt)
+{
+    Internal_GatewayToken_t* token = makeToken();
+    ASSERT_EQ(0, chainGatewayToken(token));
+    Internal_GatewayToken_t stranger = {};
+    std::memset(&stranger, 0xA5, sizeof stranger);
+    EXPECT_EQ(KRVSTAT_GATEWAY_PROTOCOL_ERROR, queryWhileTheListIsHeld(&stranger));
+    getTheList();
+    EXPECT_EQ(std::vector<Internal_GatewayToken_t*>{token}, listed());
+}
+
+TEST_F(TokenList, IsNotSearchedFartherThan256ForATokenOfALateQuery)
+{
+    BareList list(300);
+    EXPECT_EQ(KRVSTAT_GATEWAY_PROTOCOL_ERROR, queryWhileTheListIsHeld(&list.tokens[299]));
+    getTheList();
+    EXPECT_EQ(300u, listed().size());
+    list.tokens[299].nextGwyTokPtr = &list.tokens[0]; // and round and round
+    Internal_GatewayToken_t stranger = {};
+    EXPECT_EQ(KRVSTAT_GATEWAY_PROTOCOL_ERROR, queryWhileTheListIsHeld(&stranger));
+    getTheList();
 }

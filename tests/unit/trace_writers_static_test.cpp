@@ -1,0 +1,120 @@
+// How a message becomes a line, and how a switch of the destination and the writers that hold no lock wait for each other.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <string>
+#include <thread>
+
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include "krvstats.h"
+#include "stapi_krv_diag.h"
+#include "trace_capture.h"
+
+using namespace krvtest;
+
+namespace {
+
+// The messages as they stand in the trace, each with what follows it up to the next line.
+std::string written(const std::string& message)
+{
+    TraceFile trace(1);
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-security"
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+    writeTraceLine(9999, "*EXC*", message.c_str());
+#pragma GCC diagnostic pop
+    const std::string text = trace.text();
+    return text.size() < 60 ? text : text.substr(60);
+}
+
+// Counts how often the calling thread waits by giving its turn away, where one is set.
+thread_local std::atomic<int>* waits = nullptr;
+
+bool soonWaits(const std::atomic<int>& counted)
+{
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    while (counted == 0) {
+        if (std::chrono::steady_clock::now() > end) return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return true;
+}
+
+} // namespace
+
+extern "C" int sched_yield() noexcept
+{
+    if (waits) ++*waits;
+    return static_cast<int>(syscall(SYS_sched_yield));
+}
+
+// ---- Messages -----------------------------------------------------------------------------------------------------
+
+TEST(TraceMessage, EndsInExactlyOneNewline)
+{
+    EXPECT_EQ("text\n", written("text\n"));
+    EXPECT_EQ("text\n", written("text"));
+    EXPECT_EQ("\n", written("\n"));
+    EXPECT_EQ("\n", written(""));
+}
+
+TEST(TraceMessage, Of255CharactersFits)
+{
+    EXPECT_EQ(std::string(254, 'x') + "\n", written(std::string(254, 'x') + "\n"));
+    EXPECT_EQ(std::string(254, 'x') + "\n", written(std::string(254, 'x')));
+}
+
+TEST(TraceMessage, ThatIsLongerIsCutAndStillEndsInANewline)
+{
+    EXPECT_EQ(std::string(254, 'x') + "\n", written(std::string(255, 'x')));
+    EXPECT_EQ(std::string(254, 'x') + "\n", written(std::string(400, 'x') + "\n"));
+}
+
+TEST(TraceStream, IsStandardErrorBeforeThereIsADestination)
+{
+    FILE* const before = statAPITraceHandle;
+    statAPITraceHandle = nullptr;
+    const CapturedStderr captured;
+    writeTraceLineUnlocked(9999, "*EXC*", "early\n");
+    statAPITraceHandle = before;
+    ASSERT_EQ(1u, captured.lines().size());
+    EXPECT_EQ("9999 *EXC* early", brief(captured.lines())[0]);
+}
+
+// ---- A switch of the destination ----------------------------------------------------------------------------------
+
+TEST(SwitchOfTheDestination, WaitsForAWriterAndLaterWritersWaitForIt)
+{
+    const TraceFile trace(0);
+    const ScratchFolder scratch;
+    std::string elsewhere = scratch.path("elsewhere");
+    const std::string before = traceDestination();
+
+    pinTraceDestination();
+    std::atomic<int> waitsOfTheSwitch = 0;
+    std::thread switching([&] {
+        waits = &waitsOfTheSwitch;
+        EXPECT_EQ(KRVSTAT_OK, setAPITraceFile(elsewhere.data()));
+    });
+    EXPECT_TRUE(soonWaits(waitsOfTheSwitch));
+    EXPECT_EQ(before, traceDestination()) << "pinned";
+
+    std::string seen;
+    std::atomic<int> waitsOfTheWriter = 0;
+    std::thread writing([&] {
+        waits = &waitsOfTheWriter;
+        pinTraceDestination();
+        seen = traceDestination();
+        unpinTraceDestination();
+    });
+    EXPECT_TRUE(soonWaits(waitsOfTheWriter));
+    EXPECT_EQ(before, traceDestination()) << "still pinned";
+
+    unpinTraceDestination();
+    switching.join();
+    writing.join();
+    EXPECT_EQ(elsewhere, seen);
+}
