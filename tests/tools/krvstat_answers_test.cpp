@@ -125,10 +125,9 @@ TEST_F(KrvstatAnswers, UnknownIdsAreSaidWhileTheOthersAreShown)
     EXPECT_EQ(got.output, "STATISTIC     VALUE\n"
                           "cpu.user      1200\n"
                           "memory.total  0008388608 kB\n");
-    EXPECT_EQ(got.errors,
-        "krvstat: the gateway " + target() + " does not know 'nosuch', or refuses to tell (its code -1001)\n" +
-            "krvstat: the gateway " + target() + " does not know 'broken', or refuses to tell (its code -5)\n" +
-            "krvstat: the gateway " + target() + " does not know 'no\\x1bsuch', or refuses to tell (its code -1001)\n");
+    EXPECT_EQ(got.errors, "krvstat: the gateway " + target() + " has no statistic or group 'nosuch'\n" +
+                              "krvstat: the gateway " + target() + " refuses to tell about 'broken' (its code -5)\n" +
+                              "krvstat: the gateway " + target() + " has no statistic or group 'no\\x1bsuch'\n");
 }
 
 TEST_F(KrvstatAnswers, NothingIsPrintedWhereNoIdIsKnown)
@@ -137,8 +136,8 @@ TEST_F(KrvstatAnswers, NothingIsPrintedWhereNoIdIsKnown)
         const ProgramRun got = run({command, "nosuch"});
         EXPECT_EQ(got.exitCode, 7);
         EXPECT_EQ(got.output, "");
-        EXPECT_EQ(got.errors,
-            "krvstat: the gateway " + target() + " does not know 'nosuch', or refuses to tell (its code -1001)\n");
+        EXPECT_EQ(got.errors, "krvstat: the gateway " + target() + " has no " +
+                                  (std::string(command) == "ids" ? "group" : "statistic or group") + " 'nosuch'\n");
     }
 }
 
@@ -147,8 +146,7 @@ TEST_F(KrvstatAnswers, UnknownGroupsAreSaidWhileTheOthersAreShown)
     const ProgramRun got = run({"ids", "nosuch", "memory"});
     EXPECT_EQ(got.exitCode, 7);
     EXPECT_EQ(got.output, "STATISTIC\nmemory.total\n");
-    EXPECT_EQ(got.errors,
-        "krvstat: the gateway " + target() + " does not know 'nosuch', or refuses to tell (its code -1001)\n");
+    EXPECT_EQ(got.errors, "krvstat: the gateway " + target() + " has no group 'nosuch'\n");
 }
 
 TEST_F(KrvstatAnswers, AnEmptyGroupIsSaidAndNoError)
@@ -169,8 +167,7 @@ TEST_F(KrvstatAnswers, AnEmptyGroupDoesNotHideWhatIsAskedForBehindIt)
                           "memory.total  0008388608 kB\n"
                           "cpu.user      1200\n");
     EXPECT_EQ(got.errors, "krvstat: the gateway " + target() + " has nothing to show for 'empty'\n" +
-                              "krvstat: the gateway " + target() +
-                              " does not know 'nosuch', or refuses to tell (its code -1001)\n");
+                              "krvstat: the gateway " + target() + " has no statistic or group 'nosuch'\n");
 
     const ProgramRun ids = run({"ids", "empty", "cpu"});
     EXPECT_EQ(ids.exitCode, 0);
@@ -189,20 +186,29 @@ TEST_F(KrvstatAnswers, WhatIsAskedForTwiceIsShownOnce)
                           "memory.total  0008388608 kB\n");
 }
 
-TEST_F(KrvstatAnswers, TheLongestRequestIsSentAndOneByteMoreIsRefused)
+TEST_F(KrvstatAnswers, TheLongestIdIsSentAndOneByteMoreIsRefused)
 {
-    const std::string longest(32765 - 9, 'x'); // "cpu.user:" is before it
-    const ProgramRun sent = run({"get", "cpu.user", longest});
+    const std::string longest(32765, 'x');
+    const ProgramRun sent = run({"get", longest});
     EXPECT_EQ(sent.exitCode, 7);
-    EXPECT_EQ(sent.output, "STATISTIC  VALUE\ncpu.user   1200\n");
-    EXPECT_EQ(sent.errors,
-        "krvstat: the gateway " + target() + " does not know '" + longest + "', or refuses to tell (its code -1001)\n");
+    EXPECT_EQ(sent.output, "");
+    EXPECT_EQ(sent.errors, "krvstat: the gateway " + target() + " has no statistic or group '" + longest + "'\n");
 
-    const ProgramRun refused = run({"get", "cpu.user", longest + "x"});
+    const ProgramRun refused = run({"get", longest + "x"});
     EXPECT_EQ(refused.exitCode, 2);
     EXPECT_EQ(refused.output, "");
-    EXPECT_EQ(refused.errors, "krvstat: the ids are 32766 bytes long together; one request holds 32765\n"
+    EXPECT_EQ(refused.errors, "krvstat: an id is 32766 bytes long; one request holds 32765\n"
                               "krvstat: try 'krvstat --help'\n");
+}
+
+TEST_F(KrvstatAnswers, IdsThatDoNotFitIntoOneRequestAreSentInSeveral)
+{
+    const std::string filling(32765 - 9, 'x'); // "cpu.user:" is before it
+    const ProgramRun got = run({"get", "cpu.user", filling, "memory.total"});
+    EXPECT_EQ(got.exitCode, 7);
+    EXPECT_EQ(got.output, "STATISTIC     VALUE\n"
+                          "cpu.user      1200\n"
+                          "memory.total  0008388608 kB\n");
 }
 
 TEST_F(KrvstatOddAnswers, AGatewayWithoutGroupsIsSaidToBeEmpty)
@@ -296,8 +302,7 @@ TEST_F(KrvstatOverIpv6, GatewaysAreAsked)
     const ProgramRun got = runKrvstat({"--target", target6, "get", "cpu.user", "nosuch"});
     EXPECT_EQ(got.exitCode, 7);
     EXPECT_EQ(got.output, "STATISTIC  VALUE\ncpu.user   1200\n");
-    EXPECT_EQ(got.errors,
-        "krvstat: the gateway " + target6 + " does not know 'nosuch', or refuses to tell (its code -1001)\n");
+    EXPECT_EQ(got.errors, "krvstat: the gateway " + target6 + " has no statistic or group 'nosuch'\n");
 }
 
 } // namespace

@@ -1,40 +1,14 @@
 // Conversations that fail: what krvstat says and the exit code.
 
+#include "deaf_port.h"
 #include "krvstat_fixture.h"
 
-#include <netinet/in.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
 namespace {
-
-// A port of this machine that nobody listens at and nobody else can take.
-struct DeafPort {
-    int socketDescriptor = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    int port = 0;
-
-    DeafPort()
-    {
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        socklen_t length = sizeof address;
-        EXPECT_EQ(bind(socketDescriptor, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
-        EXPECT_EQ(getsockname(socketDescriptor, reinterpret_cast<sockaddr*>(&address), &length), 0);
-        port = ntohs(address.sin_port);
-    }
-    ~DeafPort()
-    {
-        close(socketDescriptor);
-    }
-    DeafPort(const DeafPort&) = delete;
-    DeafPort& operator=(const DeafPort&) = delete;
-};
 
 TEST(KrvstatConversations, ARefusedConnectionIsSaid)
 {
     const DeafPort deaf;
-    const std::string target = "127.0.0.1:" + std::to_string(deaf.port);
+    const std::string target = deaf.target();
     for (const char* command : {"groups", "ids", "get"}) {
         const ProgramRun got = runKrvstat({"-t", target, command});
         EXPECT_EQ(got.exitCode, 4);

@@ -35,7 +35,11 @@ INSTANTIATE_TEST_SUITE_P(All, KrvstatHelp,
     testing::Values(HelpCall{{"help"}, "help.txt"}, HelpCall{{"--help"}, "help.txt"}, HelpCall{{"-h"}, "help.txt"},
         HelpCall{{"groups", "--help"}, "help-groups.txt"}, HelpCall{{"ids", "-h"}, "help-ids.txt"},
         HelpCall{{"get", "--help"}, "help-get.txt"}, HelpCall{{"help", "--help"}, "help-help.txt"},
-        HelpCall{{"version", "--help"}, "help-version.txt"}));
+        HelpCall{{"version", "--help"}, "help-version.txt"}, HelpCall{{"watch", "--help"}, "help-watch.txt"},
+        HelpCall{{"top", "--help"}, "help-top.txt"}, HelpCall{{"diff", "--help"}, "help-diff.txt"},
+        HelpCall{{"check", "--help"}, "help-check.txt"}, HelpCall{{"record", "--help"}, "help-record.txt"},
+        HelpCall{{"replay", "--help"}, "help-replay.txt"}, HelpCall{{"ping", "--help"}, "help-ping.txt"},
+        HelpCall{{"completion", "--help"}, "help-completion.txt"}));
 
 TEST(KrvstatHelpText, FitsIntoEightyColumns)
 {
@@ -43,6 +47,17 @@ TEST(KrvstatHelpText, FitsIntoEightyColumns)
     int count = 0;
     for (std::string line; std::getline(lines, line); ++count) EXPECT_LE(line.size(), 80U) << line;
     EXPECT_GT(count, 50);
+}
+
+TEST(KrvstatHelpText, OfEachCommandIsHadInTwoWays)
+{
+    for (const char* command : {"groups", "ids", "get", "watch", "top", "diff", "check", "record", "replay", "ping",
+             "completion", "version"}) {
+        const ProgramRun got = runKrvstat({"help", command});
+        EXPECT_EQ(got.exitCode, 0) << command;
+        EXPECT_EQ(got.output, runKrvstat({command, "--help"}).output) << command;
+        EXPECT_NE(got.output.find(std::string("Usage: krvstat ") + command), std::string::npos) << got.output;
+    }
 }
 
 TEST(KrvstatVersion, NamesTheToolAndTheInterface)
@@ -57,8 +72,18 @@ TEST(KrvstatVersion, NamesTheToolAndTheInterface)
 
 struct WrongUsage {
     std::vector<std::string> arguments;
-    const char* sentence;
+    std::string sentence;
 };
+
+constexpr const char* Missing =
+    "a command is missing: groups, ids, get, watch, top, diff, check, record, replay, ping, "
+    "completion, version or help";
+
+std::string noCommand(const std::string& shown)
+{
+    return "there is no command '" + shown +
+           "'; there are groups, ids, get, watch, top, diff, check, record, replay, ping, completion, version and help";
+}
 
 class KrvstatWrongUsage : public testing::TestWithParam<WrongUsage> {};
 
@@ -71,12 +96,9 @@ TEST_P(KrvstatWrongUsage, IsSaidAndEndsWithTwo)
 }
 
 INSTANTIATE_TEST_SUITE_P(Commands, KrvstatWrongUsage,
-    testing::Values(WrongUsage{{}, "a command is missing: groups, ids, get, help or version"},
-        WrongUsage{{"-t", "gw"}, "a command is missing: groups, ids, get, help or version"},
-        WrongUsage{{"status"}, "there is no command 'status'; there are groups, ids, get, help and version"},
-        WrongUsage{{"\x1b[2J"}, "there is no command '\\x1b[2J'; there are groups, ids, get, help and version"},
-        WrongUsage{{"[get]"}, "there is no command '[get]'; there are groups, ids, get, help and version"},
-        WrongUsage{{""}, "there is no command ''; there are groups, ids, get, help and version"},
+    testing::Values(WrongUsage{{}, Missing}, WrongUsage{{"-t", "gw"}, Missing},
+        WrongUsage{{"status"}, noCommand("status")}, WrongUsage{{"\x1b[2J"}, noCommand("\\x1b[2J")},
+        WrongUsage{{"[get]"}, noCommand("[get]")}, WrongUsage{{""}, noCommand("")},
         WrongUsage{{"--all"}, "there is no option '--all'"},
         WrongUsage{{"get", "cpu", "--all"}, "there is no option '--all'"},
         WrongUsage{{"--all=", "get"}, "there is no option '--all'"},
@@ -85,19 +107,19 @@ INSTANTIATE_TEST_SUITE_P(Commands, KrvstatWrongUsage,
         WrongUsage{{"groups", "[cpu]"}, "the command groups does not take the argument '[cpu]'"},
         WrongUsage{{"groups", "get"}, "the command groups does not take the argument 'get'"},
         WrongUsage{{"groups", "--", "-x"}, "the command groups does not take the argument '-x'"},
-        WrongUsage{{"--", "get"}, "a command is missing: groups, ids, get, help or version"},
-        WrongUsage{{"help", "get"}, "the command help does not take the argument 'get'"},
+        WrongUsage{{"--", "get"}, Missing}, WrongUsage{{"help", "status"}, noCommand("status")},
+        WrongUsage{{"help", "get", "ids"}, "the command help does not take the argument 'ids'"},
         WrongUsage{{"version", "1"}, "the command version does not take the argument '1'"}));
 
 INSTANTIATE_TEST_SUITE_P(Options, KrvstatWrongUsage,
     testing::Values(WrongUsage{{"get", "--target"}, "--target: 1 required HOST[:PORT] missing"},
-        WrongUsage{{"-t", "a", "-t", "b", "get"}, "--target: At Most 1 required but received 2"},
-        WrongUsage{{"--trace", "6", "get"}, "--trace: Value 6 not in range 0 to 5"},
-        WrongUsage{{"--trace", "-1", "get"}, "--trace: Value -1 not in range 0 to 5"},
-        WrongUsage{{"--trace", "all", "get"}, "--trace: Value all not in range 0 to 5"},
-        WrongUsage{{"--trace-file", "f", "get"}, "--trace-file requires --trace"},
-        WrongUsage{{"--trace", "1", "--trace-file", "", "get"}, "--trace-file: the name is empty"},
-        WrongUsage{{"--trace", "1", "--trace-file=", "get"}, "--trace-file: the name is empty"}));
+        WrongUsage{{"--limit", "1", "--limit", "2", "get"}, "--limit: At Most 1 required but received 2"},
+        WrongUsage{{"--trace", "6", "get"}, "--trace '6': it is not a level from 0 to 5"},
+        WrongUsage{{"--trace", "-1", "get"}, "--trace '-1': it is not a level from 0 to 5"},
+        WrongUsage{{"--trace", "all", "get"}, "--trace 'all': it is not a level from 0 to 5"},
+        WrongUsage{{"--trace-file", "f", "get"}, "--trace-file needs --trace"},
+        WrongUsage{{"--trace", "1", "--trace-file", "", "get"}, "--trace-file: it is empty"},
+        WrongUsage{{"--trace", "1", "--trace-file=", "get"}, "--trace-file: it is empty"}));
 
 INSTANTIATE_TEST_SUITE_P(Targets, KrvstatWrongUsage,
     testing::Values(WrongUsage{{"-t", "", "get"}, "--target '': the host is missing"},
@@ -110,6 +132,7 @@ INSTANTIATE_TEST_SUITE_P(Targets, KrvstatWrongUsage,
         WrongUsage{{"-t", "[gw]", "get"}, "--target '[gw]': what stands between '[' and ']' is not an IPv6 address"},
         WrongUsage{
             {"-t", "g\nw", "get"}, "--target 'g\\x0aw': a host name consists of letters, digits, '.', '-' and '_'"},
+        WrongUsage{{"-t", "a", "-t", "b:0", "get"}, "--target 'b:0': the port is not in the range 1 to 65535"},
         WrongUsage{{"version", "-t", "gw:"}, "--target 'gw:': the port behind ':' is missing"}));
 
 INSTANTIATE_TEST_SUITE_P(Ids, KrvstatWrongUsage,

@@ -67,47 +67,80 @@ void drain(int* readEnd, std::string* text)
     }
 }
 
-// False if the program kept a stream open for longer than we wait.
-bool readToTheEnd(Pipe* output, Pipe* errors, ProgramRun* run)
-{
-    const auto deadline = std::chrono::steady_clock::now() + Patience;
-    while (output->readEnd >= 0 || errors->readEnd >= 0) {
-        const auto left = deadline - std::chrono::steady_clock::now();
-        const auto milliseconds = std::chrono::duration_cast<std::chrono::milliseconds>(left).count();
-        if (milliseconds <= 0) return false;
-        pollfd ends[] = {{output->readEnd, POLLIN, 0}, {errors->readEnd, POLLIN, 0}}; // poll passes over -1
-        if (poll(ends, 2, static_cast<int>(milliseconds)) <= 0) continue;
-        if (ends[0].revents != 0) drain(&output->readEnd, &run->output);
-        if (ends[1].revents != 0) drain(&errors->readEnd, &run->errors);
-    }
-    return true;
-}
-
 } // namespace
 
-ProgramRun runProgram(const Launch& launch)
+RunningProgram::RunningProgram(const Launch& launch)
 {
     Pipe output = makePipe();
     Pipe errors = makePipe();
-    const pid_t child = fork();
+    child = fork();
     if (child < 0) throw std::runtime_error("fork failed");
     if (child == 0) becomeProgram(launch, output, errors);
     closeEnd(&output.writeEnd);
     closeEnd(&errors.writeEnd);
+    outputEnd = output.readEnd;
+    errorsEnd = errors.readEnd;
+}
 
-    ProgramRun run;
-    if (!readToTheEnd(&output, &errors, &run)) {
+RunningProgram::~RunningProgram()
+{
+    if (child >= 0) {
+        kill(child, SIGKILL);
+        waitpid(child, nullptr, 0);
+    }
+    closeEnd(&outputEnd);
+    closeEnd(&errorsEnd);
+}
+
+bool RunningProgram::readUntil(const std::function<bool()>& isEnough)
+{
+    const auto deadline = std::chrono::steady_clock::now() + Patience;
+    while (!isEnough()) {
+        if (outputEnd < 0 && errorsEnd < 0) return false;
+        const auto left = deadline - std::chrono::steady_clock::now();
+        const auto milliseconds = std::chrono::duration_cast<std::chrono::milliseconds>(left).count();
+        if (milliseconds <= 0) return false;
+        pollfd ends[] = {{outputEnd, POLLIN, 0}, {errorsEnd, POLLIN, 0}}; // poll passes over -1
+        if (poll(ends, 2, static_cast<int>(milliseconds)) <= 0) continue;
+        if (ends[0].revents != 0) drain(&outputEnd, &run.output);
+        if (ends[1].revents != 0) drain(&errorsEnd, &run.errors);
+    }
+    return true;
+}
+
+bool RunningProgram::awaitOutput(const std::string& text)
+{
+    return readUntil([&] { return run.output.find(text) != std::string::npos; });
+}
+
+bool RunningProgram::awaitErrors(const std::string& text)
+{
+    return readUntil([&] { return run.errors.find(text) != std::string::npos; });
+}
+
+void RunningProgram::send(int signal) const
+{
+    kill(child, signal);
+}
+
+ProgramRun RunningProgram::finish()
+{
+    readUntil([&] { return outputEnd < 0 && errorsEnd < 0; });
+    if (outputEnd >= 0 || errorsEnd >= 0) {
         kill(child, SIGKILL);
         run.errors += "\n(ended by the test: it did not end by itself)\n";
     }
-    closeEnd(&output.readEnd);
-    closeEnd(&errors.readEnd);
-
     int status = 0;
     if (waitpid(child, &status, 0) != child) throw std::runtime_error("waitpid failed");
+    child = -1;
     if (WIFEXITED(status)) run.exitCode = WEXITSTATUS(status);
     if (WIFSIGNALED(status)) run.signal = WTERMSIG(status);
     return run;
+}
+
+ProgramRun runProgram(const Launch& launch)
+{
+    return RunningProgram(launch).finish();
 }
 
 Launch krvstatLaunch(std::vector<std::string> arguments)
@@ -115,7 +148,10 @@ Launch krvstatLaunch(std::vector<std::string> arguments)
     Launch launch;
     launch.program = KRVSTAT_PROGRAM;
     launch.arguments = std::move(arguments);
-    launch.environment = {{"LC_ALL", "C"}};
+    // what the tester has in the environment and at home must not count; an empty variable is as good as none
+    launch.environment = {{"LC_ALL", "C"}, {"HOME", ""}, {"XDG_CONFIG_HOME", ""}, {"KRVSTAT_TARGET", ""},
+        {"KRVSTAT_TIMEOUT", ""}, {"KRVSTAT_CONFIG", ""}, {"KRVSTAT_CONTEXT", ""}, {"KRVSTAT_OUTPUT", ""},
+        {"NO_COLOR", ""}, {"CLICOLOR_FORCE", ""}, {"TERM", "dumb"}};
     return launch;
 }
 

@@ -2,8 +2,6 @@
 
 #include "failures.h"
 
-#include "krvstats.h"
-
 #include <fmt/format.h>
 
 namespace {
@@ -16,11 +14,13 @@ struct FailureRow {
 };
 
 constexpr FailureRow FailureRows[] = {
+    {KRVSTAT_HOST_NOT_RESOLVED, Stage::LookingUp, ExitCannotConnect,
+        "cannot connect to {}: the host name could not be resolved"},
     {KRVSTAT_HOST_NOT_RESOLVED, Stage::Connecting, ExitCannotConnect,
         "cannot connect to {}: the host name could not be resolved"},
     {KRVSTAT_CONNECTION_REFUSED, Stage::Connecting, ExitCannotConnect,
         "cannot connect to {}: connection refused; no gateway listens there"},
-    {KRVSTAT_CONNECT_TIMEOUT, Stage::Connecting, ExitCannotConnect, "cannot connect to {}: timed out after 60 seconds"},
+    {KRVSTAT_CONNECT_TIMEOUT, Stage::Connecting, ExitDeadline, "cannot connect to {}: no answer within the time given"},
     {KRVSTAT_NETWORK_UNREACHABLE, Stage::Connecting, ExitCannotConnect,
         "cannot connect to {}: the network is unreachable"},
     {KRVSTAT_CONNECT_FAILED, Stage::Connecting, ExitCannotConnect,
@@ -37,15 +37,25 @@ constexpr FailureRow FailureRows[] = {
     {KRVSTAT_OUT_OF_MEMORY, Stage::Asking, ExitInternal, "out of memory while asking {}"},
 };
 
+const char* wordsForLate(Stage stage)
+{
+    if (stage == Stage::LookingUp) return "cannot connect to {}: its name was not looked up within the time given";
+    if (stage == Stage::Connecting) return "cannot connect to {}: no answer within the time given";
+    return "{} did not answer within the time given";
+}
+
 } // namespace
 
-Failure describeFailure(const GatherResult& result, const Target& target)
+Failure describeFailure(const CallResult& result, const Target& target)
 {
+    const std::string where = targetText(target);
+    if (result.isLate) return {ExitDeadline, fmt::format(fmt::runtime(wordsForLate(result.stage)), where)};
     for (const FailureRow& row : FailureRows) {
         if (row.code == result.code && row.stage == result.stage) {
-            return {row.exitCode, fmt::format(fmt::runtime(row.words), targetText(target))};
+            return {row.exitCode, fmt::format(fmt::runtime(row.words), where)};
         }
     }
-    return {ExitInternal, fmt::format("unexpected return code {} of the statistics library while {} {}", result.code,
-                              result.stage == Stage::Connecting ? "connecting to" : "asking", targetText(target))};
+    return {ExitInternal,
+        fmt::format("unexpected return code {} ({}) of the statistics library while {} {}", result.code,
+            getReturnCodeName(result.code), result.stage == Stage::Asking ? "asking" : "connecting to", where)};
 }

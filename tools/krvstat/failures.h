@@ -3,7 +3,7 @@
 #define KRVSTAT_FAILURES_H
 
 #include "exitcodes.h"
-#include "gather.h"
+#include "session.h"
 #include "target.h"
 
 #include <string>
@@ -14,6 +14,6 @@ struct Failure {
 };
 
 // For a result whose code is not 0.
-Failure describeFailure(const GatherResult& result, const Target& target);
+Failure describeFailure(const CallResult& result, const Target& target);
 
 #endif

@@ -1,8 +1,8 @@
-// The command line is CLI11's to take apart; here stand its commands and options, their help, and what a name may be.
+// The command line is CLI11's to take apart; here stand its commands and options and their help, as tables.
 
 #include "options.h"
 
-#include "gather.h"
+#include "helptext.h"
 #include "printable.h"
 
 #include <CLI/CLI.hpp>
@@ -14,68 +14,98 @@
 
 namespace {
 
-constexpr char NameSeparator = ':';
-constexpr std::size_t LongestNameList = 32765; // bytes that the library takes in one request
-
-constexpr const char* Description = "Shows the runtime statistics of a gateway.";
-
-constexpr const char* CommandFooter = "The options of 'krvstat --help' may stand before or behind the command.";
-
-constexpr const char* Footer = R"(Target
-  HOST is a name, an IPv4 address or an IPv6 address. An IPv6 address stands in
-  brackets if a port follows it: [::1]:7845. Without a port it is 7845.
-
-Ids
-  "krvstat groups" and "krvstat ids" list what can be asked for. "get" takes ids
-  of statistics and of groups, which it shows whole. An id cannot contain ':',
-  which separates ids in a request. If one begins with '-', put "--" before it.
-
-Output
-  Data goes to standard output; messages, and the trace unless it has a file, go
-  to standard error. Values are texts and are shown as the gateway sent them,
-  except that bytes that cannot be printed are shown as \xNN and '\' as \\. On a
-  terminal, values that do not fit into the line are cut and end in "...".
-
-Trace levels
-  0 nothing, 1 exceptions, 2 also events, 3 also calls and their results, 4 and
-  5 also internal detail with every byte exchanged.
-
-Exit codes
-  0  everything that was asked for has been printed; also if there was nothing
-  1  the gateway answered and refused the whole request
-  2  wrong usage, or the trace file cannot be opened
-  4  cannot connect: the host was not found, nobody listens there, the attempt
-     timed out, the network is unreachable, or no gateway answered
-  6  connected, but the exchange failed: the gateway closed the connection,
-     reported an error or sent a reply that cannot be read
-  7  the gateway refused some of the ids that were asked for, mostly because it
-     does not know them; what it told of the others has been printed
-  8  standard output could not be written
-  9  out of memory, or a fault of krvstat itself
-
-Examples
-  krvstat groups
-      The groups of the gateway on this machine.
-  krvstat --target gw1.example.com:7845 ids memory disk
-      The ids of all statistics in two groups of another one.
-  krvstat -t [::1]:7845 --trace 3 --trace-file krvstat.trace get memory
-      All values of a group, while the library's calls are written to a file.)";
-
-// What CLI11 fills, before it is checked.
-struct RawOptions {
-    std::string target;
-    int traceLevel = 0;
-    std::string traceFile;
-    std::vector<std::string> names;
+struct OptionRow {
+    const char* shortName; // NULL: none
+    const char* longName;
+    const char* value; // what it takes, in the help; NULL: nothing
+    const char* description;
+    const char* section; // of the help
 };
 
-struct Commands {
-    CLI::App* groups;
-    CLI::App* ids;
-    CLI::App* get;
-    CLI::App* help;
-    CLI::App* version;
+constexpr const char* Gateways = "Gateways";
+constexpr const char* Showing = "What is shown";
+constexpr const char* Output = "How it is shown";
+constexpr const char* Other = "Other options";
+constexpr const char* Own = "Options"; // of a command, beside its help
+
+constexpr OptionRow GlobalOptions[] = {
+    {"-t", "--target", "HOST[:PORT]", "Gateway to ask; repeatable; default 127.0.0.1:7845", Gateways},
+    {nullptr, "--connect-timeout", "TIME", "Longest time to connect; default 5s", Gateways},
+    {nullptr, "--timeout", "TIME", "Longest time for all of it, each target; default 30s", Gateways},
+    {nullptr, "--input", "FILE", "Read a recording or a JSON document, ask no gateway", Gateways},
+    {nullptr, "--config", "FILE", "Configuration file", Gateways},
+    {nullptr, "--context", "NAME", "Settings of the configuration file to use", Gateways},
+    {"-I", "--include", "GLOB", "Show ids that match; repeatable, the first match of", Showing},
+    {"-X", "--exclude", "GLOB", "-I and -X decides", Showing},
+    {nullptr, "--regex", "RE", "Show ids in which the regular expression is found", Showing},
+    {nullptr, "--sort", "KEY", "Order: name, value, rate or none (default)", Showing},
+    {nullptr, "--limit", "N", "Show no more than N", Showing},
+    {nullptr, "--rate", nullptr, "Show changes a second instead of values", Showing},
+    {nullptr, "--delta", nullptr, "Show changes between samples instead of values", Showing},
+    {nullptr, "--raw", nullptr, "Show values and no changes", Showing},
+    {nullptr, "--ignore-missing", nullptr, "Ids that do not exist are no error", Showing},
+    {"-o", "--output", "FORM", "Output form, see below; default table", Output},
+    {nullptr, "--columns", "LIST", "Columns, as in time,target,id,value", Output},
+    {nullptr, "--no-header", nullptr, "No headings", Output},
+    {nullptr, "--units", "UNITS", "Numbers in tables: raw (default), si or iec", Output},
+    {nullptr, "--time", "FORM", "Time of each sample: none, iso or unix", Output},
+    {nullptr, "--utc", nullptr, "Times in UTC, not in local time", Output},
+    {nullptr, "--color", "WHEN", "auto (default: on terminals), always or never", Output},
+    {"-q", "--quiet", nullptr, "No messages but errors", Other},
+    {"-v", "--verbose", nullptr, "Messages about what is done", Other},
+    {nullptr, "--trace", "LEVEL", "Trace the library's work: 0 (off) to 5 (all)", Other},
+    {nullptr, "--trace-file", "FILE", "Append the trace to FILE; needs --trace", Other},
 };
+
+constexpr OptionRow Interval = {"-n", "--interval", "TIME", "Time between samples; default 2s", Own};
+constexpr OptionRow Pause = {"-n", "--interval", "TIME", "Time between two samples, for rates; default 1s", Own};
+constexpr OptionRow Count = {"-c", "--count", "N", "End after N samples", Own};
+constexpr OptionRow PingPause = {"-n", "--interval", "TIME", "Time between them; default 1s", Own};
+constexpr OptionRow Times = {"-c", "--count", "N", "Ask N times; default 1", Own};
+constexpr OptionRow Duration = {nullptr, "--duration", "TIME", "End after that time", Own};
+constexpr OptionRow Align = {nullptr, "--align", nullptr, "Take samples at multiples of the interval", Own};
+constexpr OptionRow ChangedOnly = {nullptr, "--changed-only", nullptr, "Show what has changed only", Own};
+constexpr OptionRow Warn = {nullptr, "--warn", "RANGE", "WARNING unless the value is in the range", Own};
+constexpr OptionRow Crit = {nullptr, "--crit", "RANGE", "CRITICAL unless the value is in the range", Own};
+constexpr OptionRow Speed = {nullptr, "--speed", "FACTOR", "How fast; 0: without waiting; default 1", Own};
+
+struct CommandRow {
+    Command command;
+    const char* name;
+    const char* description;
+    const char* argument; // NULL: takes none
+    const char* argumentHelp;
+    std::size_t most; // arguments
+    std::vector<OptionRow> options;
+};
+
+constexpr std::size_t Any = 1000000;
+
+const std::vector<CommandRow>& commandRows()
+{
+    static const std::vector<CommandRow> rows = {
+        {Command::Groups, "groups", "List the ids of all groups", nullptr, "", 0, {}},
+        {Command::Ids, "ids", "List the ids of statistics: all, or of groups", "GROUP", "Ids of groups", Any, {}},
+        {Command::Get, "get", "Show statistics with their values", "ID",
+            "Ids of statistics, or of groups to show whole", Any, {Pause}},
+        {Command::Watch, "watch", "Show them again and again, with their rates", "ID",
+            "Ids of statistics, or of groups to show whole", Any, {Interval, Count, Duration, Align, ChangedOnly}},
+        {Command::Top, "top", "Show them on the full screen", "ID", "Ids of statistics, or of groups to show whole",
+            Any, {Interval}},
+        {Command::Diff, "diff", "Compare two snapshots", "SNAPSHOT", "A file, or a gateway as for --target", 2, {}},
+        {Command::Check, "check", "Judge a value, as a plugin of monitoring systems", "ID", "Id of a statistic", 1,
+            {Warn, Crit, Pause}},
+        {Command::Record, "record", "Write a watch to a file", "FILE", "The file, - for standard output; then ids", Any,
+            {Interval, Count, Duration, Align}},
+        {Command::Replay, "replay", "Show a recording as watch did", "FILE", "The file, - for standard input; then ids",
+            Any, {Speed, ChangedOnly}},
+        {Command::Ping, "ping", "Connect and time an exchange", nullptr, "", 0, {PingPause, Times}},
+        {Command::Completion, "completion", "Print what completes command lines", "SHELL", "bash, zsh or fish", 1, {}},
+        {Command::Version, "version", "Show the versions of krvstat and of the library", nullptr, "", 0, {}},
+        {Command::Help, "help", "Show this help, or that of a command", "COMMAND", "A command", 1, {}},
+    };
+    return rows;
+}
 
 // CLI11 takes an argument "[a,b]" apart as a list. No argument can contain a NUL: one at its end keeps it whole.
 std::string marked(std::string argument)
@@ -111,54 +141,80 @@ Arguments splitArguments(int argc, const char* const* argv)
     return arguments;
 }
 
-Commands declare(CLI::App* app, RawOptions* raw)
+std::string flagNames(const OptionRow& row)
+{
+    return row.shortName != nullptr ? fmt::format("{},{}", row.shortName, row.longName) : row.longName;
+}
+
+void store(const std::string& name, std::string text, Options* options)
+{
+    if (name == "target") options->targets.push_back(std::move(text));
+    else if (name == "include") options->rules.push_back({true, std::move(text)});
+    else if (name == "exclude") options->rules.push_back({false, std::move(text)});
+    else options->texts[name] = std::move(text);
+}
+
+void declareOption(CLI::App* app, const OptionRow& row, Options* options)
+{
+    const std::string name = std::string(row.longName).substr(2);
+    if (row.value == nullptr) {
+        app->add_flag_callback(
+               flagNames(row), [=] { options->texts[name] = ""; }, row.description)
+            ->group(row.section);
+        return;
+    }
+    CLI::Option* option = app->add_option_function<std::string>(
+        flagNames(row), [=](const std::string& text) { store(name, unmarked(text), options); }, row.description);
+    option->type_name(row.value)->option_text(row.value)->group(row.section);
+    if (name == "target" || name == "include" || name == "exclude") {
+        option->trigger_on_parse(); // each in its turn, as their order matters
+    }
+}
+
+void declare(CLI::App* app, Options* options, std::vector<std::string>* names)
 {
     app->footer(CommandFooter); // handed down to the commands
-    app->get_formatter()->column_width(26);
+    app->get_formatter()->column_width(28);
     app->get_formatter()->label("SUBCOMMAND", "COMMAND");
     app->get_formatter()->label("Positionals", "Arguments");
-    app->set_help_flag("-h,--help", "Show this help, or that of a command");
-    app->set_version_flag("--version", "", "Show the versions of krvstat and of the library");
+    app->set_help_flag("-h,--help", "Show this help, or that of a command")->group(Other);
+    app->set_version_flag("--version", "", "Show the versions of krvstat and of the library")->group(Other);
     app->require_subcommand(1);
     app->fallthrough(); // options may also stand behind the command
-
-    app->add_option("-t,--target", raw->target, fmt::format("Gateway to ask; default {}", targetText(Target())))
-        ->type_name("HOST[:PORT]");
-    CLI::Option* trace = app->add_option("--trace", raw->traceLevel, "Trace the library's work: 0 (off) to 5 (all)")
-                             ->check(CLI::Range(0, 5))
-                             ->type_name("LEVEL")
-                             ->option_text("LEVEL"); // without the range, which the description gives
-    app->add_option("--trace-file", raw->traceFile, "Append the trace to FILE; needs --trace")
-        ->type_name("FILE")
-        ->option_text("FILE")
-        ->needs(trace);
-
-    Commands commands{};
-    commands.groups = app->add_subcommand("groups", "List the ids of all groups");
-    commands.ids = app->add_subcommand("ids", "List the ids of statistics: all, or of groups");
-    commands.get = app->add_subcommand("get", "Show statistics and their values: all, or those named");
-    commands.help = app->add_subcommand("help", "Show this help");
-    commands.version = app->add_subcommand("version", "Show the versions of krvstat and of the library");
-    for (CLI::App* command : app->get_subcommands({})) command->group("Commands");
-    commands.ids->add_option("GROUP", raw->names, "Ids of groups")->option_text(" ");
-    commands.get->add_option("ID", raw->names, "Ids of statistics, or of groups to show whole")->option_text(" ");
+    for (const CommandRow& row : commandRows()) {
+        CLI::App* command = app->add_subcommand(row.name, row.description);
+        command->group("Commands");
+        for (const OptionRow& option : row.options) declareOption(command, option, options);
+        if (row.argument != nullptr) {
+            command->add_option(row.argument, *names, row.argumentHelp)->option_text(" ");
+        }
+    }
+    for (const OptionRow& row : GlobalOptions) declareOption(app, row, options);
     app->footer(Footer);
-    return commands;
 }
 
-Command chosenCommand(const Commands& commands)
+std::string commandNames(const char* lastSeparator)
 {
-    if (commands.groups->parsed()) return Command::Groups;
-    if (commands.ids->parsed()) return Command::Ids;
-    if (commands.get->parsed()) return Command::Get;
-    if (commands.version->parsed()) return Command::Version;
-    return Command::Help;
+    std::string names;
+    const std::vector<CommandRow>& rows = commandRows();
+    for (std::size_t i = 0; i < rows.size(); ++i) {
+        if (i > 0) names += i + 1 == rows.size() ? lastSeparator : ", ";
+        names += rows[i].name;
+    }
+    return names;
 }
 
-std::string describeUnwanted(const CLI::App& app, const std::string& argument)
+std::string describeUnwanted(const CommandRow& row, const std::string& argument)
 {
-    return fmt::format(
-        "the command {} does not take the argument {}", app.get_subcommands().front()->get_name(), inQuotes(argument));
+    return fmt::format("the command {} does not take the argument {}", row.name, inQuotes(argument));
+}
+
+const CommandRow* chosenRow(const CLI::App& app)
+{
+    for (const CommandRow& row : commandRows()) {
+        if (app.get_subcommand(row.name)->parsed()) return &row;
+    }
+    return nullptr;
 }
 
 // What CLI11 could not place, said of its first piece.
@@ -170,44 +226,56 @@ std::string describeRemaining(const CLI::App& app)
             return fmt::format("there is no option {}", inQuotes(unmarked(argument)));
         }
     }
-    if (!app.get_subcommands().empty()) return describeUnwanted(app, unmarked(remaining.front()));
-    if (remaining.empty()) return "a command is missing: groups, ids, get, help or version";
+    const CommandRow* row = chosenRow(app);
+    if (row != nullptr) return describeUnwanted(*row, unmarked(remaining.front()));
+    if (remaining.empty()) return fmt::format("a command is missing: {}", commandNames(" or "));
     return fmt::format(
-        "there is no command {}; there are groups, ids, get, help and version", inQuotes(unmarked(remaining.front())));
+        "there is no command {}; there are {}", inQuotes(unmarked(remaining.front())), commandNames(" and "));
 }
 
-void addName(std::string name, std::vector<std::string>* names)
+// Files and targets may well be named twice; ids would only be asked for twice.
+bool areIds(Command command)
 {
-    if (std::find(names->begin(), names->end(), name) == names->end()) names->push_back(std::move(name));
+    return command != Command::Diff;
 }
 
-std::string checkNames(const std::vector<std::string>& names)
+std::string addNames(
+    const CommandRow& row, std::vector<std::string> raw, const std::vector<std::string>& behind, Options* options)
 {
-    for (const std::string& name : names) {
-        if (name.empty()) return "an id is empty";
-        if (name.find(NameSeparator) != std::string::npos) {
-            return fmt::format("the id {} contains '{}', which separates ids; give each id as an argument of its own",
-                inQuotes(name), NameSeparator);
-        }
+    for (std::string& name : raw) name = unmarked(std::move(name));
+    raw.insert(raw.end(), behind.begin(), behind.end());
+    if (row.argument == nullptr && !raw.empty()) return describeUnwanted(row, raw.front());
+    for (std::string& name : raw) {
+        std::vector<std::string>& names = options->names;
+        if (areIds(row.command) && std::find(names.begin(), names.end(), name) != names.end()) continue;
+        names.push_back(std::move(name));
     }
-    const std::size_t length = nameList(names).size();
-    if (length > LongestNameList) {
-        return fmt::format("the ids are {} bytes long together; one request holds {}", length, LongestNameList);
-    }
+    if (options->names.size() > row.most) return describeUnwanted(row, options->names[row.most]);
     return "";
 }
 
-std::string checkOptions(const CLI::App& app, const RawOptions& raw, Options* options)
+std::string helpOf(const CLI::App& app, const std::string& command)
 {
-    if (app.count("--target") > 0) {
-        const std::string text = unmarked(raw.target);
-        const std::string problem = readTarget(text, &options->target);
-        if (!problem.empty()) return fmt::format("--target {}: {}", inQuotes(text), problem);
+    return app.get_formatter()->make_help(&app, command, CLI::AppFormatMode::Normal);
+}
+
+std::string findHelp(const CLI::App& app, Options* options)
+{
+    if (options->names.empty()) {
+        options->helpText = helpOf(app, app.get_name());
+        return "";
     }
-    options->traceLevel = raw.traceLevel;
-    options->traceFile = unmarked(raw.traceFile);
-    if (app.count("--trace-file") > 0 && options->traceFile.empty()) return "--trace-file: the name is empty";
-    return checkNames(options->names);
+    for (const CommandRow& row : commandRows()) {
+        if (options->names.front() != row.name) continue;
+        options->helpText = helpOf(*app.get_subcommand(row.name), fmt::format("{} {}", app.get_name(), row.name));
+        return "";
+    }
+    return fmt::format("there is no command {}; there are {}", inQuotes(options->names.front()), commandNames(" and "));
+}
+
+OptionWords wordsOf(const OptionRow& row)
+{
+    return {flagNames(row), row.description, row.value != nullptr};
 }
 
 } // namespace
@@ -215,9 +283,10 @@ std::string checkOptions(const CLI::App& app, const RawOptions& raw, Options* op
 std::string readOptions(int argc, const char* const* argv, Options* options)
 {
     CLI::App app(Description, "krvstat");
-    RawOptions raw;
-    const Commands commands = declare(&app, &raw);
+    std::vector<std::string> names;
+    declare(&app, options, &names);
     Arguments arguments = splitArguments(argc, argv);
+    std::string problem;
     try {
         app.parse(std::move(arguments.forCli11));
     } catch (const CLI::CallForHelp&) {
@@ -227,19 +296,35 @@ std::string readOptions(int argc, const char* const* argv, Options* options)
         options->command = Command::Version;
         return "";
     } catch (const CLI::RequiredError&) { // only a command is required
-        return describeRemaining(app);
+        problem = describeRemaining(app);
     } catch (const CLI::ExtrasError&) {
-        return describeRemaining(app);
+        problem = describeRemaining(app);
     } catch (const CLI::ParseError& error) {
-        return printable(unmarked(error.what())).text;
+        problem = printable(unmarked(error.what())).text;
     }
-    options->command = chosenCommand(commands);
-    if (options->command == Command::Help) {
-        options->helpText = app.get_formatter()->make_help(&app, app.get_name(), CLI::AppFormatMode::Normal);
+    const CommandRow* row = chosenRow(app);
+    if (row != nullptr) options->command = row->command;
+    if (problem.empty()) problem = addNames(*row, std::move(names), arguments.names, options);
+    if (problem.empty() && options->command == Command::Help) problem = findHelp(app, options);
+    return problem;
+}
+
+const std::string* findOption(const Options& options, const std::string& name)
+{
+    const auto found = options.texts.find(name);
+    return found != options.texts.end() ? &found->second : nullptr;
+}
+
+Vocabulary vocabulary()
+{
+    Vocabulary words;
+    for (const OptionRow& row : GlobalOptions) words.options.push_back(wordsOf(row));
+    words.options.push_back({"-h,--help", "Show this help, or that of a command", false});
+    words.options.push_back({"--version", "Show the versions of krvstat and of the library", false});
+    for (const CommandRow& row : commandRows()) {
+        CommandWords command{row.name, row.description, {}};
+        for (const OptionRow& option : row.options) command.options.push_back(wordsOf(option));
+        words.commands.push_back(std::move(command));
     }
-    const bool takesNames = options->command == Command::Ids || options->command == Command::Get;
-    if (!takesNames && !arguments.names.empty()) return describeUnwanted(app, arguments.names.front());
-    for (const std::string& name : raw.names) addName(unmarked(name), &options->names);
-    for (const std::string& name : arguments.names) addName(name, &options->names);
-    return checkOptions(app, raw, options);
+    return words;
 }

@@ -1,24 +1,48 @@
-// The command line, read.
+// The command line, taken apart but not yet completed by environment and configuration.
 #ifndef KRVSTAT_OPTIONS_H
 #define KRVSTAT_OPTIONS_H
 
-#include "target.h"
+#include "selection.h"
 
+#include <map>
 #include <string>
 #include <vector>
 
-enum class Command { Groups, Ids, Get, Help, Version };
+enum class Command { Groups, Ids, Get, Watch, Top, Diff, Check, Record, Replay, Ping, Completion, Version, Help };
 
 struct Options {
     Command command = Command::Help;
-    std::string helpText; // for Command::Help
-    Target target;
-    int traceLevel = 0;
-    std::string traceFile;          // empty: standard error
-    std::vector<std::string> names; // of groups (ids) or of statistics and groups (get), each once; none: all
+    std::string helpText;                     // for Command::Help
+    std::vector<std::string> names;           // the command's arguments; ids each once
+    std::map<std::string, std::string> texts; // of the options that were given, by long name without dashes
+    std::vector<std::string> targets;         // of --target
+    std::vector<GlobRule> rules;              // of --include and --exclude, in order
 };
+
+// The text of an option, empty for one that takes none; NULL if it was not given.
+const std::string* findOption(const Options& options, const std::string& name);
 
 // Returns an empty string, or what is wrong with the command line.
 std::string readOptions(int argc, const char* const* argv, Options* options);
+
+// What completion offers.
+struct OptionWords {
+    std::string names; // "-t,--target"
+    std::string description;
+    bool takesValue;
+};
+
+struct CommandWords {
+    std::string name;
+    std::string description;
+    std::vector<OptionWords> options; // of this command alone
+};
+
+struct Vocabulary {
+    std::vector<CommandWords> commands;
+    std::vector<OptionWords> options; // of every command
+};
+
+Vocabulary vocabulary();
 
 #endif

@@ -1,13 +1,42 @@
 #include "output.h"
 
+#include <fmt/format.h>
+
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
+#include <cstring>
 #include <string>
 
 #include <fcntl.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
+
+namespace {
+
+bool isSet(const char* variable)
+{
+    const char* text = std::getenv(variable);
+    return text != nullptr && *text != '\0';
+}
+
+// CLICOLOR_FORCE=0 is said to mean no force.
+bool isForced()
+{
+    return isSet("CLICOLOR_FORCE") && std::strcmp(std::getenv("CLICOLOR_FORCE"), "0") != 0;
+}
+
+bool wantsColour(const Settings& settings, bool isTerminal)
+{
+    if (settings.colour != ColourChoice::Auto) return settings.colour == ColourChoice::Always;
+    if (isSet("NO_COLOR")) return false;
+    const char* terminal = std::getenv("TERM");
+    const bool isDumb = terminal != nullptr && std::strcmp(terminal, "dumb") == 0;
+    return isForced() || (isTerminal && !isDumb);
+}
+
+} // namespace
 
 void prepareOutput()
 {
@@ -19,10 +48,18 @@ void prepareOutput()
     signal(SIGPIPE, SIG_IGN); // NOLINT(cert-err33-c): cannot fail for this signal
 }
 
-int writeData(std::string_view text)
+Written writeData(std::string_view text)
 {
     const bool isWritten = std::fwrite(text.data(), 1, text.size(), stdout) == text.size() && std::fflush(stdout) == 0;
-    return isWritten || errno == EPIPE ? 0 : errno;
+    if (isWritten) return Written::Yes;
+    if (errno == EPIPE) return Written::ReaderGone;
+    complain(fmt::format("cannot write to standard output: {}", std::strerror(errno)));
+    return Written::No;
+}
+
+ExitCode exitCodeOf(Written written)
+{
+    return written == Written::No ? ExitOutput : ExitDone;
 }
 
 void complain(std::string_view sentence)
@@ -33,9 +70,24 @@ void complain(std::string_view sentence)
     std::fputs(line.c_str(), stderr); // where it cannot be written there is nobody to tell
 }
 
-std::size_t terminalColumns()
+void remark(const Settings& settings, std::string_view sentence)
 {
+    if (settings.talk != Talk::Quiet) complain(sentence);
+}
+
+void explain(const Settings& settings, std::string_view sentence)
+{
+    if (settings.talk == Talk::Verbose) complain(sentence);
+}
+
+Style styleFor(const Settings& settings)
+{
+    Style style;
+    style.form = settings.form;
+    style.hasHeader = settings.hasHeader;
+    style.isTerminal = isatty(STDOUT_FILENO) == 1;
+    style.isColoured = wantsColour(settings, style.isTerminal);
     winsize size{};
-    const bool isTerminal = isatty(STDOUT_FILENO) == 1 && ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0;
-    return isTerminal ? size.ws_col : 0;
+    if (style.isTerminal && ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0) style.terminalWidth = size.ws_col;
+    return style;
 }

@@ -54,6 +54,7 @@ Printable printableWithin(std::string_view raw, std::size_t columns)
     if (all.columns <= columns) return all;
 
     Printable cut;
+    if (columns < CutMark.size()) return {std::string(CutMark.substr(0, columns)), columns};
     const std::size_t room = columns - CutMark.size();
     for (Glyph glyph = firstGlyph(raw); cut.columns + glyph.shown.columns <= room; glyph = firstGlyph(raw)) {
         cut.text += glyph.shown.text;
@@ -63,6 +64,17 @@ Printable printableWithin(std::string_view raw, std::size_t columns)
     cut.text += CutMark;
     cut.columns += CutMark.size();
     return cut;
+}
+
+std::string printableText(std::string_view raw)
+{
+    std::string all;
+    while (!raw.empty()) {
+        const Glyph glyph = firstGlyph(raw);
+        all += raw.front() == '\\' ? "\\" : glyph.shown.text;
+        raw.remove_prefix(glyph.bytes);
+    }
+    return all;
 }
 
 std::string inQuotes(std::string_view raw)

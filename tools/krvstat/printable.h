@@ -15,8 +15,11 @@ struct Printable {
 // control character reaches a terminal and two different texts never look the same.
 Printable printable(std::string_view raw);
 
-// As printable, cut to at most so many columns (3 or more), and then ending in "...".
+// As printable, cut to at most so many columns, and then ending in "...".
 Printable printableWithin(std::string_view raw, std::size_t columns);
+
+// As printable, but '\' stays: for text that has a syntax of its own, which the escapes would break.
+std::string printableText(std::string_view raw);
 
 // 'text', for messages.
 std::string inQuotes(std::string_view raw);
