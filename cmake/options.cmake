@@ -14,6 +14,7 @@ option(KRVSTATS_HARDENING "Build with the flags that a distribution hardens its 
 
 # Used where this build has no gateway of its own (another word size), else its own is used.
 set(KRVSTATS_GATEWAY_PROGRAM "" CACHE FILEPATH "The simulated gateway that the tests talk to (empty: the one built here)")
+set(KRVSTATS_TEST_LIBRARY krvstats CACHE STRING "The library that most tests link: krvstats or krvstats_static")
 set(KRVSTATS_TEST_LAUNCHER "" CACHE STRING "Program that runs every test program, in one word (valgrind, an emulator)")
 set(KRVSTATS_TEST_TIMEOUT 120 CACHE STRING "Seconds after which a single test has failed")
 
@@ -23,6 +24,7 @@ set(KRVSTATS_BUILD_LEVEL "k100")
 set(CMAKE_RUNTIME_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/bin")
 set(CMAKE_LIBRARY_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/lib")
 set(CMAKE_ARCHIVE_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/lib")
+set(CMAKE_BUILD_RPATH_USE_ORIGIN ON)   # built programs do not depend on where they were built; installed ones have none
 
 set(CMAKE_C_STANDARD 11)
 set(CMAKE_C_EXTENSIONS OFF)

@@ -8,6 +8,7 @@
 
 #include <csignal>
 #include <cstdio>
+#include <exception>
 #include <fstream>
 
 namespace {
@@ -153,9 +154,7 @@ int runGateway(const Options& options, const sigset_t& endSignals)
     return isBlamed ? EXIT_COMPLAINTS : EXIT_SUCCESS;
 }
 
-}  // namespace
-
-int main(int argc, char** argv)
+int runProgram(int argc, char** argv)
 {
     Options options;
     CLI::App app("A simulated gateway: serves statistics of this machine or of a scenario over the gateway protocol.",
@@ -179,4 +178,16 @@ int main(int argc, char** argv)
     pthread_sigmask(SIG_BLOCK, &endSignals, nullptr);
     std::signal(SIGPIPE, SIG_IGN);
     return runGateway(options, endSignals);
+}
+
+}  // namespace
+
+int main(int argc, char** argv)
+{
+    try {
+        return runProgram(argc, argv);
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "krvgwsim: %s\n", error.what());
+        return EXIT_UNUSABLE;
+    }
 }

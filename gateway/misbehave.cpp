@@ -126,7 +126,7 @@ bool parseSplit(std::string_view argument, Misbehaviour& made)
 // Pauses and sizes: what is out of proportion is a slip of the pen.
 bool parseQuantity(std::string_view argument, Misbehaviour& made)
 {
-    constexpr std::int64_t MOST = 16 * 1024 * 1024;
+    constexpr std::int64_t MOST = std::int64_t{16} * 1024 * 1024;
     return parseWhole(argument, made.amount.value) && made.amount.value >= 0 && made.amount.value <= MOST;
 }
 

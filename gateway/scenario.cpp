@@ -332,7 +332,7 @@ std::optional<Scenario> loadScenario(const std::string& path, std::string& compl
         complaint = fmt::format("cannot read {}", path);
         return std::nullopt;
     }
-    const auto scenario = parseScenario(yaml.str(), complaint);
+    auto scenario = parseScenario(yaml.str(), complaint);
     if (!scenario) complaint = fmt::format("{}: {}", path, complaint);
     return scenario;
 }
