@@ -123,6 +123,39 @@ void writeSharedLine(int tracePoint, const char* kind, const char* message, ...)
     va_end(arguments);
 }
 
+// Threads inside the C library's calendar, and forks about to happen: the calendar has a lock that the child of a fork
+// would inherit as it is, and nobody there could free it. Both sides give up in the end, as the one that is waited for may
+// be the waiting thread itself, interrupted by a signal.
+int calendarUsers = 0;
+int forks = 0;
+constexpr int YIELDS = 100; // then sleeps of a millisecond
+constexpr int MOST_TURNS = 200;
+
+void giveWay(int turn)
+{
+    constexpr timespec millisecond = {0, 1000000};
+    if (turn < YIELDS) {
+        sched_yield();
+    } else {
+        nanosleep(&millisecond, nullptr);
+    }
+}
+
+void leaveCalendar()
+{
+    __atomic_sub_fetch(&calendarUsers, 1, __ATOMIC_SEQ_CST);
+}
+
+void enterCalendar()
+{
+    for (int turn = 0;; ++turn) {
+        __atomic_add_fetch(&calendarUsers, 1, __ATOMIC_SEQ_CST);
+        if (__atomic_load_n(&forks, __ATOMIC_SEQ_CST) == 0 || turn == MOST_TURNS) return;
+        leaveCalendar();
+        giveWay(turn);
+    }
+}
+
 // Writers that do not hold traceLock, and a switch of the destination that waits for them.
 int pins = 0;
 int switching = 0;
@@ -184,6 +217,21 @@ void forgetTraceWriters()
     if (isLockInitialized(&traceLock) == STAPILOCK_INITIALIZED) pthread_mutex_init(&traceLock.lock, nullptr);
     pins = 0;
     switching = 0;
+    calendarUsers = 0;
+    forks = 0;
+}
+
+void prepareTraceForFork()
+{
+    __atomic_add_fetch(&forks, 1, __ATOMIC_SEQ_CST);
+    for (int turn = 0; turn < MOST_TURNS && __atomic_load_n(&calendarUsers, __ATOMIC_SEQ_CST) > 0; ++turn) {
+        giveWay(turn);
+    }
+}
+
+void resumeTraceAfterFork()
+{
+    __atomic_sub_fetch(&forks, 1, __ATOMIC_SEQ_CST);
 }
 
 void writeTraceRule()
@@ -283,18 +331,22 @@ int initTrace()
 
 void getTimestamp(char* MsgBuf)
 {
+    enterCalendar();
     const ClockReading now = readClock();
     char text[TRACE_TIMESTAMP_SIZE] = "";
     const size_t length = strftime(text, sizeof text - 1, "%d/%m/%y %H:%M:%S:", &now.local);
+    leaveCalendar();
     snprintf(text + length, sizeof text - length, "%.3d", now.milliseconds);
     strcpy(MsgBuf, text);
 }
 
 void getTraceDate(char* msgBuf)
 {
+    enterCalendar();
     const ClockReading now = readClock();
     char text[TRACE_DATE_SIZE] = "";
     strftime(text, sizeof text, "%d/%m/%y", &now.local);
+    leaveCalendar();
     strcpy(msgBuf, text);
 }
 

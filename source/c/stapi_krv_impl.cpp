@@ -89,7 +89,7 @@ int runInitSteps()
             "stapi_krv_impl.stapiInit() Initialization of krvstats API Gateway Token List has failed. rc=%d\n", rc);
         return rc;
     }
-    pthread_atfork(nullptr, nullptr, startInChild);
+    pthread_atfork(prepareTraceForFork, resumeTraceAfterFork, startInChild);
     strcpy(stapiVersion, API_VERSION);
     setLevel(0);
     __atomic_store_n(&stapiState, 1, __ATOMIC_RELEASE);

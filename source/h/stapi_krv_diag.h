@@ -95,6 +95,10 @@ FILE* traceStream(void);
 void pinTraceDestination(void);
 void unpinTraceDestination(void);
 
+/* Before a fork and, in the parent, behind it: no thread is inside the C library's calendar meanwhile. */
+void prepareTraceForFork(void);
+void resumeTraceAfterFork(void);
+
 /* In a forked child: makes traceLock and the destination free, whoever of the parent's threads uses them. */
 void forgetTraceWriters(void);
 
