@@ -129,7 +129,7 @@ void writeSharedLine(int tracePoint, const char* kind, const char* message, ...)
 int calendarUsers = 0;
 int forks = 0;
 constexpr int YIELDS = 100; // then sleeps of a millisecond
-constexpr int MOST_TURNS = 200;
+constexpr int MOST_TURNS = 1100;
 
 void giveWay(int turn)
 {

@@ -1,10 +1,11 @@
-// What the library does in the child of a fork, done without one: the handler that it registers for children is caught at
-// link time, and called while all that a fork can leave behind is left behind.
+// What the library does around a fork, done without one: the handlers that it registers are caught at link time, and
+// called while all that a fork can leave behind is left behind.
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <chrono>
 #include <cstring>
+#include <ctime>
 #include <functional>
 #include <string>
 #include <thread>
@@ -24,11 +25,23 @@ using namespace krvtest;
 
 namespace {
 
+void (*prepareHandler)() = nullptr;
+void (*parentHandler)() = nullptr;
 void (*childHandler)() = nullptr;
 std::function<void()> whileRegistering;
 
 // How often threads of this process gave their turn away.
 std::atomic<int> yields = 0;
+
+// What happens inside the C library's calendar.
+std::function<void()> insideCalendar;
+
+bool soonYields(int before)
+{
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    while (yields == before && std::chrono::steady_clock::now() < end) std::this_thread::yield();
+    return yields != before;
+}
 
 } // namespace
 
@@ -37,11 +50,26 @@ int __wrap_pthread_atfork(void (*prepare)(), void (*parent)(), void (*child)());
 
 int __wrap_pthread_atfork(void (*prepare)(), void (*parent)(), void (*child)())
 {
-    EXPECT_EQ(nullptr, prepare);
-    EXPECT_EQ(nullptr, parent);
+    prepareHandler = prepare;
+    parentHandler = parent;
     childHandler = child;
     if (whileRegistering) whileRegistering();
     return 0;
+}
+
+// The name depends on the width of time_t.
+#if defined(__i386__)
+#define CALENDAR(prefix) prefix##__localtime64_r
+#else
+#define CALENDAR(prefix) prefix##localtime_r
+#endif
+std::tm* CALENDAR(__real_)(const std::time_t* time, std::tm* local);
+std::tm* CALENDAR(__wrap_)(const std::time_t* time, std::tm* local);
+
+std::tm* CALENDAR(__wrap_)(const std::time_t* time, std::tm* local)
+{
+    if (insideCalendar) insideCalendar();
+    return CALENDAR(__real_)(time, local);
 }
 
 int sched_yield() noexcept
@@ -59,6 +87,8 @@ protected:
     {
         char* version = nullptr;
         ASSERT_EQ(KRVSTAT_OK, getStatsAPIVersion(&version));
+        ASSERT_NE(nullptr, prepareHandler);
+        ASSERT_NE(nullptr, parentHandler);
         ASSERT_NE(nullptr, childHandler);
         ASSERT_EQ(nullptr, gtListHeadPtr);
     }
@@ -66,6 +96,7 @@ protected:
     {
         gtListHeadPtr = nullptr;
         gtListTailPtr = nullptr;
+        insideCalendar = nullptr;
     }
 };
 
@@ -114,6 +145,68 @@ TEST_F(ForkHandler, ForgetsWritersThatKeptTheDestination)
     childHandler();
     EXPECT_EQ(KRVSTAT_OK, setAPITraceFile(name.data())) << "nobody is waited for";
     EXPECT_EQ(KRVSTAT_OK, setAPITraceFile(nullptr));
+}
+
+TEST_F(ForkHandler, LetsAForkWaitForThreadsInTheCalendar)
+{
+    std::atomic<bool> inside = false;
+    std::atomic<bool> mayLeave = false;
+    insideCalendar = [&] {
+        inside = true;
+        while (!mayLeave) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    };
+    char stamp[TRACE_TIMESTAMP_SIZE];
+    std::thread stamping([&] { getTimestamp(stamp); });
+    while (!inside) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+
+    const int before = yields;
+    std::atomic<bool> isPrepared = false;
+    std::thread forking([&] {
+        prepareHandler();
+        isPrepared = true;
+    });
+    EXPECT_TRUE(soonYields(before)) << "it waits";
+    EXPECT_FALSE(isPrepared);
+    mayLeave = true;
+    forking.join();
+    stamping.join();
+    parentHandler();
+}
+
+TEST_F(ForkHandler, KeepsThreadsOutOfTheCalendarDuringAFork)
+{
+    std::atomic<int> entered = 0;
+    insideCalendar = [&] { ++entered; };
+    prepareHandler();
+    const int before = yields;
+    char date[TRACE_DATE_SIZE];
+    std::thread stamping([&] { getTraceDate(date); });
+    EXPECT_TRUE(soonYields(before)) << "it waits";
+    EXPECT_EQ(0, entered);
+    parentHandler();
+    stamping.join();
+    EXPECT_EQ(1, entered);
+}
+
+TEST_F(ForkHandler, WaitsNotForEverForItsOwnThread)
+{
+    insideCalendar = [&] {
+        prepareHandler(); // as if a signal had come here, whose handler forks
+        parentHandler();
+    };
+    char stamp[TRACE_TIMESTAMP_SIZE];
+    getTimestamp(stamp);
+    EXPECT_EQ(std::size_t{21}, std::strlen(stamp));
+}
+
+TEST_F(ForkHandler, LeavesTheCalendarOpenInTheChild)
+{
+    prepareHandler();
+    childHandler();
+    const int before = yields;
+    char stamp[TRACE_TIMESTAMP_SIZE];
+    getTimestamp(stamp);
+    EXPECT_EQ(before, yields);
 }
 
 TEST_F(ForkHandler, ForgetsTheCallsOfTheParent)
