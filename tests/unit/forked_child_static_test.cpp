@@ -199,6 +199,17 @@ TEST_F(ForkHandler, WaitsNotForEverForItsOwnThread)
     EXPECT_EQ(std::size_t{21}, std::strlen(stamp));
 }
 
+TEST_F(ForkHandler, KeepsTheForkingThreadItselfOutForAWhileOnly)
+{
+    int entered = 0;
+    insideCalendar = [&] { ++entered; };
+    prepareHandler();
+    char stamp[TRACE_TIMESTAMP_SIZE];
+    getTimestamp(stamp); // as a handler of the application would, that runs behind this one
+    EXPECT_EQ(1, entered);
+    parentHandler();
+}
+
 TEST_F(ForkHandler, LeavesTheCalendarOpenInTheChild)
 {
     prepareHandler();
