@@ -73,10 +73,14 @@ Reply severalForms(ReplyKind kind)
             9};
 }
 
-// The n-th form of a last element.
-Reply endingIn(int form)
+// More than so many elements in a row that have the lengths of the first one: the parser comes to expect more of them.
+constexpr unsigned int runOfAlike = 7;
+
+// The n-th form of a last element, behind so many plain ones.
+Reply endingIn(int form, unsigned int before = 0)
 {
     Response response = statsResponse("g", 0, {});
+    for (unsigned int i = 0; i < before; i++) response.statistics.push_back(plainElement("id", letters(5, 3 * i)));
     switch (form) {
     case 0: response.statistics.push_back(plainElement("id", "value")); break;
     case 1: response.statistics.push_back(chunkedElement("id", "value", {})); break;
@@ -112,10 +116,24 @@ Bytes responseHead()
     return hex("11 12 13 14 15 16") + hex("00 00") + zeros(13) + hex("00 00") + zeros(13) + hex("77 00");
 }
 
+// Up to the first of so many statistics.
+Bytes statsHead(std::uint32_t count)
+{
+    return hex("00") + responseHead() + hex("00 01") + text("S") + hex("00 00 00 00") + be32(count) + hex("00 00")
+        + hex("00 00") + zeros(8);
+}
+
 Bytes oneStatHead()
 {
-    return hex("00") + responseHead() + hex("00 01") + text("S") + hex("00 00 00 00") + hex("00 00 00 01")
-        + hex("00 00") + hex("00 00") + zeros(8) + zeros(5);
+    return statsHead(1) + zeros(5);
+}
+
+// As oneStatHead, of one statistic more than a run that comes first.
+Bytes alikeStatsHead()
+{
+    Bytes head = statsHead(runOfAlike + 1);
+    for (unsigned int i = 0; i < runOfAlike; i++) head = head + zeros(5) + hex("77 00 00 02 41 42 00 01 31 00 00");
+    return head + zeros(5);
 }
 
 } // namespace
@@ -165,7 +183,10 @@ TEST(BoundedParse, RefusesEveryPrefixThatLacksSomething)
 {
     cutEverywhere(ReplyKind::Statistics, encodeReply(severalForms(ReplyKind::Statistics)));
     cutEverywhere(ReplyKind::Ids, encodeReply(severalForms(ReplyKind::Ids)));
-    for (int form = 0; form <= 6; form++) cutEverywhere(ReplyKind::Statistics, encodeReply(endingIn(form)));
+    for (int form = 0; form <= 6; form++) {
+        cutEverywhere(ReplyKind::Statistics, encodeReply(endingIn(form)));
+        cutEverywhere(ReplyKind::Statistics, encodeReply(endingIn(form, runOfAlike)));
+    }
     cutEverywhere(ReplyKind::Ids, encodeReply({ReplyKind::Ids, 0, true, 0, {idsResponse("g", -1, {})}, 1}));
     cutEverywhere(ReplyKind::Ids, encodeReply({ReplyKind::Ids, 0, true, 0, {idsResponse("g", 0, {})}, 1}));
     cutEverywhere(ReplyKind::Ids, encodeReply({ReplyKind::Ids, 1, true, 0, {}, 1}));
@@ -176,6 +197,7 @@ TEST(BoundedParse, ReadsNoByteBehindTheData)
 {
     std::vector<Reply> replies = {severalForms(ReplyKind::Statistics), severalForms(ReplyKind::Ids)};
     for (int form = 0; form < 7; form++) replies.push_back(endingIn(form));
+    replies.push_back(endingIn(0, runOfAlike));
     for (const Reply& reply : replies) {
         const Bytes whole = encodeReply(reply);
         for (std::size_t length = 1; length <= whole.size(); length++) {
@@ -199,6 +221,16 @@ TEST(BoundedParse, ReadsNoByteBehindTheData)
             }
         }
     }
+}
+
+// Where a plain element has its two lengths, 0 and 9 * 256 here, a chunked one has parts of its fields.
+TEST(BoundedParse, ChunkedElementThatLooksLikeTheOnesBeforeItIsNotTakenForOne)
+{
+    Bytes data = statsHead(runOfAlike + 2);
+    const Bytes alike = zeros(5) + hex("77 00 00 00 09 00") + text(letters(9 * 256)) + zeros(2);
+    for (unsigned int i = 0; i < runOfAlike; i++) data = data + alike;
+    data = data + zeros(5) + hex("7A 00 00 00 09 00 02 41 42 00 03 31 32 33 00 00") + alike;
+    EXPECT_TRUE(givesFromTheWire(ReplyKind::Statistics, data, 32768));
 }
 
 TEST(BoundedParse, RefusesPrefixesOfGeneratedReplies)
@@ -252,6 +284,8 @@ TEST(BoundedParse, NegativeLengthsAreRefused)
         oneStatHead() + hex("77 00 FF FF") + tail,
         oneStatHead() + hex("77 00 00 00 80 01") + tail,
         oneStatHead() + hex("7A 00 00 00 06 00 01 41 00 09 62 7A 00 00 FF FF") + tail,
+        alikeStatsHead() + hex("77 00 FF FE 41 42 00 01 31 00 00") + tail,
+        alikeStatsHead() + hex("77 00 00 02 41 42 80 01 31 00 00") + tail,
     };
     for (std::size_t i = 0; i < std::size(stats); i++) {
         ParseBuffer buffer;

@@ -4,6 +4,7 @@
 
 #include <cstring>
 #include <random>
+#include <string>
 #include <vector>
 
 #include "krvstats.h"
@@ -111,6 +112,45 @@ INSTANTIATE_TEST_SUITE_P(Of, ShortWays, testing::Values(ReplyKind::Statistics, R
     [](const testing::TestParamInfo<ReplyKind>& kind) {
         return kind.param == ReplyKind::Statistics ? "statistics" : "ids";
     });
+
+// A run of elements of the same lengths, any of which may be the one from which on more of them are expected, and then
+// one that differs in one thing.
+TEST(RunsOfAlikeElements, EndInWhateverComesNext)
+{
+    StatElement otherType = plainElement("id_12", "value");
+    otherType.plainType = 0;
+    const StatElement cases[] = {
+        plainElement("id_123", "valu"),
+        plainElement("id_1", "value_"),
+        plainElement("id_12", "value_"),
+        plainElement("id_12", "valu"),
+        plainElement("id_123", "value"),
+        plainElement("", ""),
+        plainElement(letters(0x105), "value"),
+        plainElement("id_12", letters(0x105)),
+        otherType,
+        chunkedElement("id_12", "value", {}),
+        chunkedElement("id_12", "va", {{blockLong, "lue"}}),
+        chunkedElement("id_12", "va", {{blockShort, "lue"}}),
+    };
+    for (const StatElement& next : cases) {
+        SCOPED_TRACE("case " + std::to_string(&next - cases));
+        for (unsigned int before = 0; before < 9; before++) {
+            for (unsigned int behind = 0; behind < 7; behind += 6) {
+                Response response = statsResponse("g", 0, {});
+                for (unsigned int i = 0; i < before + behind; i++) {
+                    if (i == before) response.statistics.push_back(next);
+                    response.statistics.push_back(plainElement(letters(5, 7 * i), letters(5, 3 * i)));
+                }
+                if (behind == 0) response.statistics.push_back(next);
+                const Bytes data = encodeReply({ReplyKind::Statistics, 1, true, 0, {response, response}, 5});
+                for (int capacity = 140; capacity < 32768; capacity = capacity < 156 ? capacity + 1 : capacity * 4)
+                    ASSERT_TRUE(parsesAsExpected(ReplyKind::Statistics, data, capacity))
+                        << "behind " << before << ", capacity " << capacity;
+            }
+        }
+    }
+}
 
 } // namespace
 
