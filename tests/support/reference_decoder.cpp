@@ -97,6 +97,7 @@ void decodeSegments(Decoder& from, int remaining)
         store(from, decodeBytes(from, length));
         remaining -= length;
     }
+    if (remaining != 0) from.result.addsUp = false;
 }
 
 void decodeElement(Decoder& from)

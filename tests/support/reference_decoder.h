@@ -14,6 +14,7 @@ struct DecodedReply {
     int growths = 0;
     std::size_t needed = 0;   // the data is read up to here: with fewer bytes there is no answer
     std::size_t lookedAt = 0; // up to here a parser may look although it makes no difference
+    bool addsUp = true;       // the parts of each value are as long together as was announced
 };
 
 // Decodes data that is whole and right. One doubling is allowed each time something does not fit.

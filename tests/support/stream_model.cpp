@@ -143,7 +143,9 @@ ModelAnswer modelQuery(Stream& stream, ReplyKind kind, int capacity)
 std::optional<DecodedReply> strictlyDecoded(ReplyKind kind, const Bytes& data, int capacity)
 {
     try {
-        return decodeReply(kind, data, capacity);
+        const DecodedReply decoded = decodeReply(kind, data, capacity);
+        if (!decoded.addsUp) return std::nullopt;
+        return decoded;
     } catch (const std::out_of_range&) {
         return std::nullopt;
     }
