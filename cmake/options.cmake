@@ -8,6 +8,9 @@ if(CMAKE_CROSSCOMPILING OR (CMAKE_SIZEOF_VOID_P EQUAL 4 AND CMAKE_HOST_SYSTEM_PR
 endif()
 option(KRVSTATS_BUILD_PROGRAMS "Build the simulated gateway and the tools" ${KRVSTATS_PROGRAMS_DEFAULT})
 
+option(KRVSTATS_BUILD_BENCH "Build the benchmarks" OFF)
+option(KRVSTATS_BUILD_PEERS "Build the benchmarks that compare with other programs" OFF)
+
 set(KRVSTATS_SANITIZE "" CACHE STRING "What -fsanitize= is given, for example address,undefined (empty: nothing)")
 option(KRVSTATS_COVERAGE "Count which lines and branches run" OFF)
 option(KRVSTATS_HARDENING "Build with the flags that a distribution hardens its packages with" ON)
