@@ -25,8 +25,14 @@ struct Answer {
     krvgw::Bytes message;
     std::size_t data;
 
-    const unsigned char* result() const { return message.data() + data; }
-    std::size_t resultSize() const { return message.size() - data; }
+    const unsigned char* result() const
+    {
+        return message.data() + data;
+    }
+    std::size_t resultSize() const
+    {
+        return message.size() - data;
+    }
 };
 
 Answer answerOf(Shape shape, std::size_t n);

@@ -1,8 +1,8 @@
 """What the library may cost: one row for each measure and kind of machine.
 
-`bar` is the aim and `beyond` a further one; the table of ./scripts/bench shows both. `limit` is what the tests (tests/cost)
-hold: the bar where it is met, else what is there now, so that it does not get worse. Times have no limit: they depend on
-what else the machine does.
+`bar` is the aim and `beyond` a further one; the table of ./scripts/bench shows both. `limit` is what the tests hold
+(tests/cost): the bar where it is met, else what is there now, so that it does not get worse. Times have no limit: they
+depend on what else the machine does.
 """
 
 from dataclasses import dataclass

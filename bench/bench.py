@@ -26,10 +26,10 @@ PEERS = {   # program: the largest answer that it is asked for
     "krvpeer_memcached": 100000,
     "krvpeer_snmp": 5000,
 }
-CONTENDERS = {"library": "query, walked", "prescribed": "prescribed calls alone", "ping_pong": "raw ping-pong"}
+CONTENDERS = {"library": "with its walk", "prescribed": "prescribed calls alone", "ping_pong": "raw ping-pong"}
 
-# What a large answer was held in is given back to the system, and asked for again by the next query, unless malloc is told
-# to keep it.
+# What a large answer was held in is given back to the system, and asked for again by the next query, unless malloc is
+# told to keep it.
 MEMORY_IS_KEPT = "glibc.malloc.trim_threshold=1000000000:glibc.malloc.mmap_threshold=1000000000"
 KEPT = " (memory kept)"
 
@@ -180,18 +180,16 @@ def queryRows(program, quick):
         for each in rounds([program, cores, *patience, *SIZES]):
             n, contenders = each["n"], each["contenders"]
             bar = TIMED.get(f"query/{n}", NO_BAR) if cores == "one" else NO_BAR
-            what = f"{each['label']}, n = {n:,}"
-            yield againstFloor(f"{what}, walked / raw ping-pong", *compare(contenders, "library", "ping_pong", "wall"), bar)
+            for name, itsBar in (("library", bar), ("prescribed", NO_BAR)):
+                what = f"{each['label']}, n = {n:,}: {CONTENDERS[name]} / raw ping-pong"
+                yield againstFloor(what, *compare(contenders, name, "ping_pong", "wall"), itsBar)
             if cores == "one":
-                yield againstFloor(
-                    f"{what}, prescribed calls alone / raw ping-pong", *compare(contenders, "prescribed", "ping_pong", "wall")
-                )
                 growth[n] = processorTimes(contenders)
     yield from growthRows(growth)
     growth = {}
     for each in rounds([program, "one", *patience, *(n for n in SIZES if n >= 5000)], GLIBC_TUNABLES=MEMORY_IS_KEPT):
         n, contenders = each["n"], each["contenders"]
-        what = f"query on one core, n = {n:,}, walked{KEPT} / raw ping-pong"
+        what = f"query on one core, n = {n:,}: {CONTENDERS['library']}{KEPT} / raw ping-pong"
         yield againstFloor(what, *compare(contenders, "library", "ping_pong", "wall"))
         growth[n] = processorTimes(contenders)
     yield from growthRows(growth, KEPT)

@@ -1,4 +1,4 @@
-// A gateway that has one answer, made in advance, and serves one connection: what it takes itself is the least there is.
+// A gateway that has one answer, made in advance, and serves one connection: what it costs itself is little.
 //
 // krvcanned LISTENER SHAPE N in-turn|ahead
 //
@@ -59,7 +59,8 @@ void need(Conversation& conversation, std::size_t count)
         conversation.from = 0;
     }
     while (conversation.to - conversation.from < count) {
-        const ssize_t received = recv(conversation.socket, input + conversation.to, LONGEST_REQUEST - conversation.to, 0);
+        const std::size_t room = LONGEST_REQUEST - conversation.to;
+        const ssize_t received = recv(conversation.socket, input + conversation.to, room, 0);
         if (received < 1) throw Ended(); // also where a request is longer than there is room
         conversation.to += static_cast<std::size_t>(received);
     }

@@ -10,8 +10,8 @@ namespace krvbench {
 
 class ChildProcess {
 public:
-    // `core` is the processor that it may run on, -1: any. What a silent one writes goes nowhere. Throws if it cannot be
-    // started.
+    // `core` is the processor that it may run on, -1: any. What a silent one writes goes nowhere. Throws if it cannot
+    // be started.
     explicit ChildProcess(std::vector<std::string> words, int core = -1, bool isSilent = false);
     ~ChildProcess();
     ChildProcess(const ChildProcess&) = delete;

@@ -1,5 +1,5 @@
-// Does one thing so many times, for tools that count what it takes: instructions, system calls, allocations. Run with two
-// numbers of repeats, the difference is free of what starting up takes.
+// Does one thing so many times, for tools that count what it takes: instructions, system calls, allocations. Run with
+// two numbers of repeats, the difference is free of what starting up takes.
 //
 // krvcount parse|walk|query|query-walk|calls|allocations SHAPE N REPEATS [ignoring-sigpipe]
 //
@@ -7,10 +7,10 @@
 // walk         walks a parsed reply to its end
 // query        asks a gateway, by public calls, once the reply lies in the socket
 // query-walk   and walks the answer to its end
-// calls        the same with marks around the query and around the walk: writes to no descriptor, which a list of system
-//              calls shows
-// allocations  asks and walks, and shows how long the reply is ("reply SIZE") and, a line each time, what was asked of the
-//              allocator: "requests releases: size size ..."
+// calls        the same with marks around the query and around the walk: writes to no descriptor, which a list of
+//              system calls shows
+// allocations  asks and walks, and shows how long the reply is ("reply SIZE") and, a line each time, what was asked of
+//              the allocator: "requests releases: size size ..."
 
 #include <cerrno>
 #include <climits>
@@ -126,10 +126,8 @@ struct Connection {
     std::size_t answerSize; // of the reply that answers a query
 
     Connection(const char* shapeName, std::size_t count)
-        : gateway(shapeName, count, true)
-        , shape(krvbench::shapeByName(shapeName))
-        , n(count)
-        , answerSize(krvbench::answerOf(shape, n).message.size())
+        : gateway(shapeName, count, true), shape(krvbench::shapeByName(shapeName)), n(count),
+          answerSize(krvbench::answerOf(shape, n).message.size())
     {
         char* version = nullptr;
         const int rc = openGatewayConnection(gateway.port(), &token, &version);
@@ -144,8 +142,8 @@ void awaitReplies(const Connection& connection)
     const int whole = static_cast<int>(krvbench::initReply().size() + connection.answerSize);
     const int any = 1;
     pollfd readable = {socket, POLLIN, 0};
-    if (setsockopt(socket, SOL_SOCKET, SO_RCVLOWAT, &whole, sizeof whole) != 0 || poll(&readable, 1, -1) != 1
-        || setsockopt(socket, SOL_SOCKET, SO_RCVLOWAT, &any, sizeof any) != 0)
+    if (setsockopt(socket, SOL_SOCKET, SO_RCVLOWAT, &whole, sizeof whole) != 0 || poll(&readable, 1, -1) != 1 ||
+        setsockopt(socket, SOL_SOCKET, SO_RCVLOWAT, &any, sizeof any) != 0)
         fail("no replies", errno);
 }
 

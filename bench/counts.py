@@ -1,4 +1,4 @@
-"""What repeats exactly: instructions, system calls, allocations, sizes; counted by running krvcount under other tools."""
+"""What repeats exactly: instructions, system calls, allocations, sizes; most of it counted in runs of krvcount."""
 
 import os
 import re
@@ -83,10 +83,10 @@ def stepInstructions(built):
 
 
 def tracePoints(built, n):
-    traced, untraced = (
-        instructionsOfOne(built.programs / f"krvcount_{kind}", "query-walk", "stats", n) for kind in ("traced", "untraced")
-    )
-    return traced / untraced
+    def instructionsOf(kind):
+        return instructionsOfOne(built.programs / f"krvcount_{kind}", "query-walk", "stats", n)
+
+    return instructionsOf("traced") / instructionsOf("untraced")
 
 
 # ---- System calls ----
@@ -137,6 +137,8 @@ def stepCalls(built):
 
 # ---- Allocations ----
 
+ANSWERS = (("stats", 10), ("stats", 1000), ("stats", 100000), ("random", 1000), ("value", 30000), ("ids", 1000))
+
 
 def namedAllocations(operation, reply):
     """The sizes that a query asks for in this order; `reply` is the whole size of its second reply."""
@@ -157,9 +159,9 @@ def unnamedAllocations(line, named):
 
 
 def queryAllocations(built):
-    """Of the queries after the first on a connection: allocations besides those named, or those named that are missing."""
+    """Of the queries after the first on a connection: allocations that are not named, or named and missing."""
     worst = 0
-    for shape, n in (("stats", 10), ("stats", 1000), ("stats", 100000), ("random", 1000), ("value", 30000), ("ids", 1000)):
+    for shape, n in ANSWERS:
         lines = run([built.programs / "krvcount", "allocations", shape, n, 4]).stdout.splitlines()
         if len(lines) != 5 or not lines[0].startswith("reply "):
             raise Trouble(f"krvcount allocations {shape} {n}: {lines}")

@@ -1,4 +1,4 @@
-// A connection of the library to a canned gateway of its own, and a query with its walk: what the others are compared with.
+// A connection of the library to a canned gateway of its own, and a query with its walk: what is compared with others.
 #pragma once
 
 #include <stdexcept>
@@ -13,18 +13,23 @@ namespace krvbench {
 class LibraryQuery {
 public:
     LibraryQuery(const std::string& shape, std::size_t n, int gatewayCore)
-        : gateway(shape, n, false, gatewayCore)
-        , expected(n)
+        : gateway(shape, n, false, gatewayCore), expected(n)
     {
         char* version = nullptr;
         const int rc = openGatewayConnection(gateway.port(), &connection, &version);
         if (rc != KRVSTAT_OK) throw std::runtime_error("openGatewayConnection rc=" + std::to_string(rc));
     }
-    ~LibraryQuery() { closeGatewayConnection(&connection); }
+    ~LibraryQuery()
+    {
+        closeGatewayConnection(&connection);
+    }
     LibraryQuery(const LibraryQuery&) = delete;
     LibraryQuery& operator=(const LibraryQuery&) = delete;
 
-    KRV_GatewayToken_t token() const { return connection; }
+    KRV_GatewayToken_t token() const
+    {
+        return connection;
+    }
 
     // Asks for statistics and walks them to their end.
     void once()

@@ -22,7 +22,8 @@ namespace {
 using krvbench::Answer;
 using krvbench::Shape;
 
-constexpr std::size_t HEADER_OF_A_SET = 8 + 4 + 4 + 0 + 4 + 4; // category, query count, empty query element, its code, count
+// Category, query count, length of the query element (there is none), its code, count of its elements.
+constexpr std::size_t HEADER_OF_A_SET = 8 + 4 + 4 + 4 + 4;
 
 // An answer, a buffer that is large enough, and the result set in it.
 struct Case {
@@ -34,23 +35,25 @@ struct Case {
     std::vector<char> copy;
 
     Case(Shape shapeOfIt, std::size_t n)
-        : shape(shapeOfIt)
-        , count(shapeOfIt == Shape::Value ? 1 : n)
-        , answer(krvbench::answerOf(shapeOfIt, n))
-        , capacity(static_cast<int>(answer.resultSize()) + INITIAL_RESULT_SET_SIZE)
-        , buffer(static_cast<char*>(calloc(1, static_cast<std::size_t>(capacity) + RESULT_SET_ROOM)))
-        , copy(answer.resultSize())
+        : shape(shapeOfIt), count(shapeOfIt == Shape::Value ? 1 : n), answer(krvbench::answerOf(shapeOfIt, n)),
+          capacity(static_cast<int>(answer.resultSize()) + INITIAL_RESULT_SET_SIZE),
+          buffer(static_cast<char*>(calloc(1, static_cast<std::size_t>(capacity) + RESULT_SET_ROOM))),
+          copy(answer.resultSize())
     {
         parse();
     }
-    ~Case() { free(buffer); }
+    ~Case()
+    {
+        free(buffer);
+    }
     Case(const Case&) = delete;
     Case& operator=(const Case&) = delete;
 
     void parse()
     {
         char* const data = reinterpret_cast<char*>(const_cast<unsigned char*>(answer.result()));
-        const int rc = shape == Shape::Ids ? parseIdsData(data, &buffer, &capacity) : parseStatsData(data, &buffer, &capacity);
+        const int rc =
+            shape == Shape::Ids ? parseIdsData(data, &buffer, &capacity) : parseStatsData(data, &buffer, &capacity);
         if (rc != 0) throw std::runtime_error("parse rc=" + std::to_string(rc));
     }
 };

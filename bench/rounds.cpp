@@ -31,8 +31,8 @@ Sample take(const Contender& contender, int repeats)
     const double wall = nanoseconds(CLOCK_MONOTONIC);
     const double processor = nanoseconds(CLOCK_THREAD_CPUTIME_ID);
     for (int i = 0; i < repeats; ++i) contender.once();
-    return {(nanoseconds(CLOCK_MONOTONIC) - wall) / repeats,
-        (nanoseconds(CLOCK_THREAD_CPUTIME_ID) - processor) / repeats};
+    return {
+        (nanoseconds(CLOCK_MONOTONIC) - wall) / repeats, (nanoseconds(CLOCK_THREAD_CPUTIME_ID) - processor) / repeats};
 }
 
 void printSeries(const char* name, const std::vector<Sample>& samples, double Sample::*member)
@@ -44,7 +44,8 @@ void printSeries(const char* name, const std::vector<Sample>& samples, double Sa
 
 } // namespace
 
-void runRounds(const std::string& label, std::size_t n, const std::vector<Contender>& contenders, const Patience& patience)
+void runRounds(
+    const std::string& label, std::size_t n, const std::vector<Contender>& contenders, const Patience& patience)
 {
     std::vector<int> repeats;
     std::vector<std::vector<Sample>> samples(contenders.size());

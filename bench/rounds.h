@@ -21,7 +21,8 @@ struct Patience {
 
 // Writes a line of JSON to standard output: label, n and, for each contender and round, nanoseconds once takes of the
 // clock and of the processor, the latter in the calling thread alone.
-void runRounds(const std::string& label, std::size_t n, const std::vector<Contender>& contenders, const Patience& patience);
+void runRounds(
+    const std::string& label, std::size_t n, const std::vector<Contender>& contenders, const Patience& patience);
 
 // Lets the calling thread run on this core alone.
 void stayOn(int core);

@@ -14,8 +14,8 @@ constexpr std::size_t BATCH = 1000; // commands in flight when the server is fil
 
 struct Server {
     int port = krvpeer::freePort(SOCK_STREAM);
-    krvbench::ChildProcess process{{"redis-server", "--bind", "127.0.0.1", "--port", std::to_string(port), "--save", "",
-                                       "--appendonly", "no"},
+    krvbench::ChildProcess process{
+        {"redis-server", "--bind", "127.0.0.1", "--port", std::to_string(port), "--save", "", "--appendonly", "no"},
         krvpeer::CORE, true};
     redisContext* connection = nullptr;
 
@@ -25,7 +25,10 @@ struct Server {
         connection = redisConnect("127.0.0.1", port);
         if (!connection || connection->err) throw std::runtime_error("redisConnect failed");
     }
-    ~Server() { redisFree(connection); }
+    ~Server()
+    {
+        redisFree(connection);
+    }
 };
 
 using Reply = std::unique_ptr<redisReply, void (*)(redisReply*)>;
@@ -93,8 +96,8 @@ struct Words {
 void getMany(redisContext* connection, Words& words)
 {
     const std::size_t n = words.texts.size() - 1;
-    const Reply reply = take(connection,
-        redisCommandArgv(connection, static_cast<int>(n + 1), words.pointers.data(), words.lengths.data()));
+    const Reply reply = take(
+        connection, redisCommandArgv(connection, static_cast<int>(n + 1), words.pointers.data(), words.lengths.data()));
     krvpeer::Shown shown;
     for (std::size_t i = 0; i < reply->elements; ++i) {
         const redisReply* value = reply->element[i];

@@ -1,5 +1,5 @@
-// The same statistics as text over HTTP, a line "NAME VALUE" each, and a scraper written by hand: about the least that a
-// client of such text can take.
+// The same statistics as text over HTTP, a line "NAME VALUE" each, and a scraper written by hand: about the least that
+// a client of such text can take.
 
 #include <cstdio>
 #include <cstdlib>
@@ -26,8 +26,8 @@ std::string responseOf(std::size_t n)
 {
     std::string body;
     for (std::size_t k = 0; k < n; ++k) body += krvbench::statId(k) + ' ' + krvbench::statValue(k) + '\n';
-    return std::string("HTTP/1.1 200 OK\r\nContent-Type: text/plain\r\n") + LENGTH + std::to_string(body.size()) + HEAD_END
-        + body;
+    return std::string("HTTP/1.1 200 OK\r\nContent-Type: text/plain\r\n") + LENGTH + std::to_string(body.size()) +
+           HEAD_END + body;
 }
 
 void sendWhole(int socket, const std::string& text)
@@ -60,8 +60,7 @@ void sendWhole(int socket, const std::string& text)
 
 class Scraper {
 public:
-    explicit Scraper(std::size_t count)
-        : n(count)
+    explicit Scraper(std::size_t count) : n(count)
     {
         int port;
         const int listener = krvbench::listenOnLoopback(&port);
@@ -76,7 +75,10 @@ public:
         if (server < 0 || connect(socketNumber, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0)
             throw std::runtime_error("no HTTP server");
     }
-    ~Scraper() { close(socketNumber); } // so the server ends
+    ~Scraper()
+    {
+        close(socketNumber);
+    } // so the server ends
     Scraper(const Scraper&) = delete;
     Scraper& operator=(const Scraper&) = delete;
 

@@ -22,7 +22,10 @@ struct Server {
         krvpeer::awaitListener(port);
         memcached_server_add(connection, "127.0.0.1", static_cast<in_port_t>(port));
     }
-    ~Server() { memcached_free(connection); }
+    ~Server()
+    {
+        memcached_free(connection);
+    }
 };
 
 struct Names {

@@ -59,8 +59,8 @@ int freePort(int socketType)
     sockaddr_in address = loopback(0);
     socklen_t size = sizeof address;
     const int probe = socket(AF_INET, socketType, 0);
-    const bool bound = probe >= 0 && bind(probe, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0
-        && getsockname(probe, reinterpret_cast<sockaddr*>(&address), &size) == 0;
+    const bool bound = probe >= 0 && bind(probe, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0 &&
+                       getsockname(probe, reinterpret_cast<sockaddr*>(&address), &size) == 0;
     close(probe);
     if (!bound) throw std::runtime_error("no free port");
     return ntohs(address.sin_port);

@@ -1,5 +1,5 @@
-// What the comparisons with other programs have in common: the same names and values, a server on a port of its own, and
-// the library as their first contender. Client and server share a core; what counts is the client's processor time.
+// What the comparisons with other programs have in common: the same names and values, a server on a port of its own,
+// and the library as their first contender. Client and server share a core; what counts is the client's processor time.
 #pragma once
 
 #include <cstddef>

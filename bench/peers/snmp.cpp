@@ -28,11 +28,17 @@ public:
         if (!mkdtemp(name)) throw std::runtime_error("no folder for snmpd");
         setenv("SNMP_PERSISTENT_DIR", name, 1);
     }
-    ~ScratchFolder() { std::filesystem::remove_all(name); }
+    ~ScratchFolder()
+    {
+        std::filesystem::remove_all(name);
+    }
     ScratchFolder(const ScratchFolder&) = delete;
     ScratchFolder& operator=(const ScratchFolder&) = delete;
 
-    std::string path() const { return name; }
+    std::string path() const
+    {
+        return name;
+    }
 
 private:
     char name[32] = "/tmp/krvpeer-snmp-XXXXXX";
@@ -44,8 +50,8 @@ struct Server {
     krvbench::ChildProcess process;
 
     Server(const std::string& folder, std::size_t n)
-        : port(krvpeer::freePort(SOCK_DGRAM))
-        , process({"snmpd", "-f", "-C", "-c", configuration(folder, n), "-Lf", "/dev/null", "-I", "-smux",
+        : port(krvpeer::freePort(SOCK_DGRAM)),
+          process({"snmpd", "-f", "-C", "-c", configuration(folder, n), "-Lf", "/dev/null", "-I", "-smux",
                       "udp:127.0.0.1:" + std::to_string(port)},
               krvpeer::CORE, true)
     {
@@ -55,17 +61,15 @@ struct Server {
     {
         const std::string file = folder + "/snmpd-" + std::to_string(n) + ".conf";
         std::ofstream(file) << "rocommunity public 127.0.0.1\n"
-                            << "pass_persist " << BASE << " /usr/bin/env python3 -B " << KRVPEER_SNMP_STATISTICS << ' ' << BASE
-                            << ' ' << n << '\n';
+                            << "pass_persist " << BASE << " /usr/bin/env python3 -B " << KRVPEER_SNMP_STATISTICS << ' '
+                            << BASE << ' ' << n << '\n';
         return file;
     }
 };
 
 class Table {
 public:
-    Table(const std::string& folder, std::size_t count)
-        : server(folder, count)
-        , n(count)
+    Table(const std::string& folder, std::size_t count) : server(folder, count), n(count)
     {
         snmp_session wanted;
         snmp_sess_init(&wanted);
@@ -82,7 +86,10 @@ public:
         baseLength = MAX_OID_LEN;
         if (!read_objid(BASE, base, &baseLength)) throw std::runtime_error("no such object");
     }
-    ~Table() { snmp_close(session); }
+    ~Table()
+    {
+        snmp_close(session);
+    }
     Table(const Table&) = delete;
     Table& operator=(const Table&) = delete;
 
@@ -92,8 +99,7 @@ public:
         oid name[MAX_OID_LEN];
         std::size_t length = baseLength;
         std::copy(base, base + baseLength, name);
-        while (fetch(name, &length, &shown)) {
-        }
+        while (fetch(name, &length, &shown)) {}
         shown.expect(n);
     }
 
@@ -106,10 +112,12 @@ private:
         request->max_repetitions = REPETITIONS;
         snmp_add_null_var(request, name, *length);
         snmp_pdu* reply = nullptr;
-        if (snmp_synch_response(session, request, &reply) != STAT_SUCCESS) throw std::runtime_error("snmpd does not answer");
+        if (snmp_synch_response(session, request, &reply) != STAT_SUCCESS)
+            throw std::runtime_error("snmpd does not answer");
         bool more = false;
         for (const variable_list* each = reply->variables; each; each = each->next_variable) {
-            more = each->type == ASN_OCTET_STR && snmp_oidtree_compare(each->name, each->name_length, base, baseLength) == 0;
+            more = each->type == ASN_OCTET_STR &&
+                   snmp_oidtree_compare(each->name, each->name_length, base, baseLength) == 0;
             if (!more) break;
             shown->look(reinterpret_cast<const char*>(each->name), each->name_length,
                 reinterpret_cast<const char*>(each->val.string), each->val_len);
