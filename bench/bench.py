@@ -19,7 +19,7 @@ from counts import MEASURES, Built, Trouble
 
 NO_BAR = Bar()
 SIZES = (10, 100, 1000, 5000, 100000, 1000000)
-PEER_SIZES = (1000, 5000, 100000)
+PEER_SIZES = (10, 100, 1000, 5000, 100000)
 PEERS = {   # program: the largest answer that it is asked for
     "krvpeer_hiredis": 100000,
     "krvpeer_http": 100000,
