@@ -28,6 +28,29 @@ ROOT = HERE.parent.parent
 CHEAP = 0.5              # seconds of the processor that a case takes
 CASES_AT_ONCE = 8        # of one program, when those that noticed earlier changes are asked first
 PROGRAMS_ASKED_FIRST = 4
+# Of a program that did not run yet, by its name or its kind.
+EXPECTED_COSTS = {
+    "unit": 0.05,
+    "session": 0.1,
+    "tools": 1,
+    "session_busy_connections_test": 0.8,
+    "session_cut_answers_test": 1,
+    "session_cut_conversations_test": 1.2,
+    "session_deadlines_test": 3.4,
+    "session_failing_locks_test": 0.6,
+    "session_failing_trace_test": 0.9,
+    "session_host_fork_test": 2.4,
+    "session_host_left_alone_test": 3.3,
+    "session_host_signals_test": 1.6,
+    "session_interruption_test": 0.5,
+    "session_query_wire_test": 3.6,
+    "session_soiled_memory_test": 0.6,
+    "session_threads_test": 4.1,
+    "session_trace_conversation_test": 4.9,
+    "unit_forked_child_static_test": 0.4,
+    "unit_parse_generated_test": 1.5,
+}
+LINKING_COSTS = 0.4      # likewise, of a program on the static library
 TRUSTED = 2              # changes of a file that a case has noticed twice in a row each
 MOST_MEMORY = 8 << 30
 MOST_FILE = 512 << 20
@@ -116,10 +139,12 @@ class Results:
                           key=lambda one: (one[0].endswith("_static_test"), one[2]))
 
     def rank(self, unit, program):
-        """Programs that notice more at less cost come first; those on the static library last."""
+        """Programs that notice more at less cost come first. Those on the static library have to be linked, too."""
         with self.lock:
             kills = sum(count for (name, _), count in self.killersOfUnit[unit].items() if name == program.name)
-        return (program.isStatic, -(kills + 1) / max(program.cost or 0.1, 0.05))
+        kind = program.name.partition("_")[0]
+        cost = program.cost or EXPECTED_COSTS.get(program.name, EXPECTED_COSTS[kind])
+        return -(kills + 1) / (max(cost, 0.05) + LINKING_COSTS * program.isStatic)
 
 
 class Run:
@@ -132,12 +157,13 @@ class Run:
         self.unlisted = []  # entries that hold no longer
         self.measuring = threading.Lock()
 
-    def judge(self, job, mutant, original):
+    def judge(self, job, mutant, original, passed):
+        """What comes of a mutant. Programs that have passed with it, as they are now, are not asked again."""
         state = job.plant(mutant, original)
         if state:
             return {"state": state}
-        likely = [(self.programs[name], cases, cost) for name, cases, cost in self.results.likelyCases(mutant)
-                  if name in self.programs]
+        left = {name: program for name, program in self.programs.items() if passed.get(name) != program.digest}
+        likely = [(left[name], cases, cost) for name, cases, cost in self.results.likelyCases(mutant) if name in left]
         for program, cases, _ in (one for one in likely if one[2] <= CHEAP):
             verdict = self.verdict(job, program, cases)
             if verdict:
@@ -145,20 +171,25 @@ class Run:
         if job.makesNoDifference(mutant, original):
             return {"state": "same"}
         job.plant(mutant, original)
-        attempts = [(program, (), self.results.rank(mutant.unit, program)) for program in self.build.programs]
-        attempts += [(program, cases, (False, -20 / cost)) for program, cases, cost in likely if cost > CHEAP]
+        attempts = [(program, (), self.results.rank(mutant.unit, program)) for program in left.values()]
+        attempts += [(program, cases, -20 / cost) for program, cases, cost in likely if cost > CHEAP]
         for program, cases, _ in sorted(attempts, key=lambda one: one[2]):
             verdict = self.verdict(job, program, cases)
             if verdict:
                 return verdict
-        return {"state": "listed" if mutant.key() in self.listed else "survived"}
+        passed = passed | {name: program.digest for name, program in left.items()}
+        return {"state": "listed" if mutant.key() in self.listed else "survived", "passed": passed}
 
     def verdict(self, job, program, cases=()):
-        with self.measuring:  # before it judges mutants, a program has to pass with the library as it is
-            if program.cost is None:
-                job.measure(program)
         verdict = job.run(program, cases)
+        if not verdict.passed and not program.isSound:
+            with self.measuring:  # a program that judges mutants has to pass with the library as it is
+                if not program.isSound:
+                    job.measure(program)
+            verdict = job.run(program, cases)
         if verdict.passed:
+            if program.cost is None and not cases:
+                program.cost = verdict.cost
             return None
         # On a busy machine a test may fail once without a reason. One that has proved itself here is believed at once.
         known = self.results.killersOfUnit[job.unit][(program.name, verdict.case)]
@@ -175,27 +206,25 @@ class Run:
             while True:
                 mutant, original, digest = pending.get_nowait()
                 begin = time.monotonic()
-                result = self.judge(job, mutant, original)
+                result = self.judge(job, mutant, original, self.programsPassed(mutant, digest))
                 result |= {"key": mutant.key(), "digest": digest, "seconds": round(time.monotonic() - begin, 2)}
-                self.results.add(result | {"tests": self.testsDigest})
+                self.results.add(result)
                 done.put((mutant, result))
         except queue.Empty:
             done.put(None)
         except Exception as trouble:  # the others must not wait for this one
             done.put(trouble)
 
-    @property
-    def testsDigest(self):
-        stamps = [(program.name, program.path.stat().st_size, program.path.stat().st_mtime_ns)
-                  for program in self.build.programs]
-        return hashlib.sha256(repr(stamps).encode()).hexdigest()[:16]
+    def programsPassed(self, mutant, digest):
+        """By name, the digests of the programs that did not notice a mutant."""
+        return self.results.known.get((digest, *mutant.key()), {}).get("passed", {})
 
     def isKnown(self, mutant, digest):
         known = self.results.known.get((digest, *mutant.key()))
         if not known:
             return None
         if known["state"] in ("survived", "listed"):
-            if known["tests"] != self.testsDigest:
+            if any(known["passed"].get(program.name) != program.digest for program in self.build.programs):
                 return None
             known["state"] = "listed" if mutant.key() in self.listed else "survived"
         return known
@@ -204,6 +233,8 @@ class Run:
         options = self.options
         # Checkout and build may change meanwhile.
         keepPrograms(self.build, work / "tests")
+        for program in self.build.programs:
+            program.digest = digestOf(program.path)
         self.source = work / "source"
         work.mkdir(parents=True, exist_ok=True)
         shutil.rmtree(self.source, ignore_errors=True)
@@ -228,7 +259,8 @@ class Run:
             every = random.Random(options.seed).sample(every, min(options.sample, len(every)))
             outcome = [(one[0], {"state": "listed"}) for one in every if one[0].key() in self.listed]
             every = [one for one in every if one[0].key() not in self.listed]
-        every.sort(key=lambda one: one[0].isOfTheTrace())  # where tests are likely to be missing comes first
+        # What is likely to show that tests are missing comes first.
+        every.sort(key=lambda one: (one[0].key() in self.listed, one[0].isOfTheTrace()))
         pending = queue.Queue()
         for one in every:
             known = self.isKnown(one[0], one[2])
@@ -260,7 +292,7 @@ class Run:
                 mutant, result = got
                 if result["state"] == "survived" or (result["state"] == "killed" and mutant.key() in self.listed):
                     print(f"mutate: {result['state']} {mutant.unit}:{mutant.number} {mutant.change}", flush=True)
-                elif tried % 50 == 0:
+                elif tried % (5 if self.options.sample else 50) == 0:
                     print(f"mutate: {tried} of {total}", flush=True)
         return outcome
 

@@ -1,8 +1,8 @@
 """Tries one change of the library: compiles what it touches, links a library, and lets the tests judge it.
 
 Each job has a copy of the sources, the objects and the shared library of its own. The test programs are those of the
-build; they find the job's library by the loader's search path. Programs on the static library come last and are linked
-anew, by the build's own command.
+build; they find the job's library by the loader's search path. Programs on the static library are linked anew, by the
+build's own command.
 """
 
 import filecmp
@@ -20,12 +20,14 @@ from pathlib import Path
 
 QUICK = "-O0"           # how mutants are compiled that are to run
 THOROUGH = "-O1"        # and how they are compiled to see whether they make any difference
+OBJECTS = "source/CMakeFiles/krvstats_objects.dir/"     # other targets may compile the same sources their own way
 LEFT_OUT = re.compile(r"^(-O.*|-g.*|-W(?!l,).*|-D_FORTIFY_SOURCE=.*|-f(stack-|cf-).*|-DNDEBUG)$")
 # When a test hangs. Time that goes by says little on a busy machine: what counts is that nothing runs, or runs too long.
 LONGEST_QUIET = 8       # seconds in which no thread of a test and of what it started got any work done
-LONGEST_RUN = 15        # seconds of the processor,
-RUN_FACTOR = 4          # and so many times what the program takes with the library as it is
-LONGEST_LIFE = 180      # seconds
+LONGEST_RUN = 5         # seconds of the processor,
+RUN_FACTOR = 8          # and so many times what the program takes with the library as it is
+LONGEST_LIFE = 180      # seconds of a whole program
+LONGEST_CASES = 40      # and of some of its cases
 WAITING_COSTS = 0.05    # of what the same time of the processor costs, when it is chosen what to ask first
 FAILED = re.compile(r"^\[  FAILED  \] ([\w/]+\.[\w/]+)", re.MULTILINE)
 RUNS = re.compile(r"^\[ RUN      \] ([\w/]+\.[\w/]+)", re.MULTILINE)
@@ -41,7 +43,9 @@ class Program:
     name: str
     path: Path
     isStatic: bool
-    cost: float | None = None           # with the library as it is, once that was measured
+    digest: str = ""
+    cost: float | None = None           # when it passes, once that was seen
+    isSound: bool = False               # was seen to pass with the library as it is
     cases: list[str] = field(default_factory=list)  # each wants a process of its own; empty: one for all is enough
 
 
@@ -74,6 +78,8 @@ class Build:
             if file.parent != build.source / "c":
                 continue
             words = shlex.split(entry["command"])
+            if not words[words.index("-o") + 1].startswith(OBJECTS):
+                continue
             kept = [word for word in words[1:] if not LEFT_OUT.match(word)]
             kept = kept[: kept.index("-o")]
             kept = [word for word in kept if not word.startswith("-I")]
@@ -125,7 +131,7 @@ def endSessions():
         endSession(leader)
 
 
-def waitFor(process):
+def waitFor(process, longest):
     """Waits for a process that leads a session, and ends the session."""
     sessions.add(process.pid)
     begin = time.monotonic()
@@ -150,7 +156,7 @@ def waitFor(process):
         if work != done:
             done = work
             quietSince = now
-        if now > quietSince + LONGEST_QUIET or now > begin + LONGEST_LIFE:
+        if now > quietSince + LONGEST_QUIET or now > begin + longest:
             hung = True
             endSession(process.pid)
 
@@ -293,8 +299,17 @@ class Job:
                 return verdict
         return Verdict(True, cost=cost)
 
+    def environment(self):
+        return dict(
+            os.environ,
+            LD_LIBRARY_PATH=str(self.library.parent),
+            KRVSTATS_GATEWAY_PROGRAM=str(self.build.folder / "bin" / "krvgwsim"),
+            TMPDIR=str(self.scratch),
+        )
+
     def casesOf(self, program):
-        listing = subprocess.run([str(self.pathOf(program)), "--gtest_list_tests"], capture_output=True, text=True)
+        listing = subprocess.run([str(self.pathOf(program)), "--gtest_list_tests"], env=self.environment(), check=True,
+                                 capture_output=True, text=True)
         cases = []
         for line in listing.stdout.splitlines():
             name = line.partition("#")[0].rstrip()
@@ -308,39 +323,35 @@ class Job:
         """Sees that a program passes with the library as it is, and how long that takes."""
         planted = self.planted
         self.plantNothing()
-        verdict = self.run(program)
-        if not verdict.passed and not verdict.hung:
-            program.cases = self.casesOf(program)
+        for _ in range(3):
+            program.cases = []
             verdict = self.run(program)
-        for _ in range(2):
             if not verdict.passed:
+                program.cases = self.casesOf(program)
                 verdict = self.run(program)
+            if verdict.passed:
+                break
         if not verdict.passed:
             raise Trouble(f"{program.name} fails without any change: {verdict.case}")
         program.cost = verdict.cost
+        program.isSound = True
         self.planted = planted
         self.link(planted)
 
     def runOnce(self, program, path, cases):
         shutil.rmtree(self.scratch, ignore_errors=True)
         self.scratch.mkdir()
-        environment = dict(
-            os.environ,
-            LD_LIBRARY_PATH=str(self.library.parent),
-            KRVSTATS_GATEWAY_PROGRAM=str(self.build.folder / "bin" / "krvgwsim"),
-            TMPDIR=str(self.scratch),
-        )
         command = [str(path), "--gtest_fail_fast=1", "--gtest_color=no"]
         if cases:
             command.append("--gtest_filter=" + ":".join(cases))
         output = self.folder / "output"
         begin = time.monotonic()
         with output.open("wb") as sink:
-            process = subprocess.Popen(command, cwd=self.scratch, env=environment, stdin=subprocess.DEVNULL,
+            process = subprocess.Popen(command, cwd=self.scratch, env=self.environment(), stdin=subprocess.DEVNULL,
                                        stdout=sink, stderr=subprocess.STDOUT, start_new_session=True)
-            longest = int(LONGEST_RUN + RUN_FACTOR * (program.cost or LONGEST_RUN))
+            longest = int(LONGEST_RUN + RUN_FACTOR * (program.cost or 1))
             resource.prlimit(process.pid, resource.RLIMIT_CPU, (longest, longest))
-            ending = waitFor(process)
+            ending = waitFor(process, LONGEST_CASES if cases else LONGEST_LIFE)
         cost = ending.seconds + WAITING_COSTS * (time.monotonic() - begin)
         if ending.code == 0 and not ending.hung:
             return Verdict(True, cost=cost)

@@ -49,9 +49,7 @@ Outcome queryWithFailingGrowth(ReplyKind kind, const Bytes& data, int failFrom, 
     AllocationWatch watch(INITIAL_RESULT_SET_SIZE, 16u << 20);
     char* buffer = static_cast<char*>(std::calloc(INITIAL_RESULT_SET_SIZE + RESULT_SET_ROOM, 1)); // the first that counts
     // the reply data itself is large too: only growths are to fail
-    watchedAllocations.mostSize = 65536 + mostRoom;
-    watchedAllocations.leastSize = 65536;
-    if (failFrom > 0) watchedAllocations.mostSize = 131072 + mostRoom;
+    watch.watch(65536, (failFrom > 0 ? 131072 : 65536) + mostRoom);
     watch.fail(1 + failFrom, failFor);
     outcome.rc = kind == ReplyKind::Ids ? commsStatIds(peer.socket(), &buffer, &capacity)
                                         : commsStats(peer.socket(), &buffer, &capacity);
@@ -71,6 +69,23 @@ TEST(BoundedGrowth, FailureIsABadReplyAndFreesTheLostBlock)
         EXPECT_EQ(KRVSTAT_GATEWAY_PROTOCOL_ERROR, outcome.rc);
         EXPECT_EQ(0, outcome.blocksLeft - (outcome.buffer != nullptr)) << "the block that was lost";
         std::free(outcome.buffer);
+    }
+}
+
+TEST(BoundedGrowth, FailureIsMissingMemoryToTheExchangeItself)
+{
+    for (ReplyKind kind : {ReplyKind::Statistics, ReplyKind::Ids}) {
+        PreparedPeer peer(queryReplies(replyOfTotal(kind, 40000)));
+        const char* action = kind == ReplyKind::Ids ? STATS_MBEAN_ACTION_STAT_IDS : STATS_MBEAN_ACTION_GET_STATS;
+        int capacity = INITIAL_RESULT_SET_SIZE;
+        char* buffer = static_cast<char*>(std::calloc(INITIAL_RESULT_SET_SIZE + RESULT_SET_ROOM, 1));
+        ReasonCodes reasons = {};
+        AllocationWatch watch(65536, 65536 + mostRoom);
+        watch.fail(0, 1);
+        EXPECT_EQ(KRVSTAT_OUT_OF_MEMORY,
+            statComms(peer.socket(), const_cast<char*>(action), &buffer, &capacity, &reasons));
+        EXPECT_EQ(1, watch.failures());
+        EXPECT_EQ(nullptr, buffer);
     }
 }
 

@@ -1,6 +1,7 @@
 // Reply data on its way from the wire: it is never read past its end, and whatever is wrong with it ends in one code.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstring>
@@ -348,6 +349,35 @@ TEST(BoundedParse, SpoiltRepliesNeverGiveAnythingButAnAnswerOrARefusal)
     }
     EXPECT_GT(answers, 100);
     EXPECT_GT(refusals, 100);
+}
+
+TEST(BoundedParse, TraceOfAReplyThatEndsTooSoonSaysZeroForWhatIsMissing)
+{
+    TraceFile trace(5);
+    const auto tracedFor = [&](const Bytes& data, ReplyKind kind, int number) {
+        trace.forget();
+        ParseBuffer buffer;
+        EXPECT_NE(0, queryForData(data, kind, buffer));
+        const std::vector<std::string> lines = brief(linesNumbered(trace.lines(), number));
+        return lines.empty() ? "" : lines.back();
+    };
+    const Bytes withoutCount = hex("01 00");
+    EXPECT_EQ("2221 DEBUG stapi_krv_statcomms.parseStatsData received 0 responses from the Gateway",
+        tracedFor(withoutCount, ReplyKind::Statistics, 2221));
+    EXPECT_EQ("2241 DEBUG stapi_krv_statcomms.parseStatsData parsed data total = 0 bytes ",
+        tracedFor(withoutCount, ReplyKind::Statistics, 2241));
+    EXPECT_EQ("2225 DEBUG stapi_krv_statcomms.parseIdsData received 0 responses from the Gateway",
+        tracedFor(withoutCount, ReplyKind::Ids, 2225));
+
+    StatElement continued = chunkedElement("id", "first part", {});
+    continued.statedValueLength = 20;
+    Bytes data = encodeReply({ReplyKind::Statistics, 1, true, 0, {statsResponse("g", 0, {continued})}, 9});
+    const Bytes part = text("first part");
+    data.erase(std::search(data.begin(), data.end(), part.begin(), part.end()) + 10, data.end());
+    EXPECT_EQ("2236 DEBUG stapi_krv_statcomms.parseStatsData block type=00000000 ",
+        tracedFor(data, ReplyKind::Statistics, 2236));
+    data.pop_back();
+    EXPECT_EQ("", tracedFor(data, ReplyKind::Statistics, 2240)) << "nothing of an element that is not whole";
 }
 
 TEST(BoundedParse, ReplyWithoutDataIsRefused)

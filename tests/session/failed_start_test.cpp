@@ -178,6 +178,7 @@ TEST(Start, BeforeTheFirstCallNothingIsSetUp)
     EXPECT_STREQ("", timeStamp);
     EXPECT_STREQ("", dateBuf);
     EXPECT_EQ(0, tracePid);
+    EXPECT_EQ(ThreadId{}, traceTid);
     EXPECT_EQ(0, iTid);
     EXPECT_STREQ("stderr", defaultTraceFilename);
     EXPECT_EQ(0, traceLock.initialized);

@@ -117,6 +117,11 @@ void* calledMmap(void* start, std::size_t length, int protection, int flags, int
 int calledMadvise(void* start, std::size_t length, int advice)
 {
     if (failsNow(SetUpCall::Madvise)) return -1;
+    // Nonsense is refused, which not every emulator does.
+    if (setUpFault && setUpFault->call == SetUpCall::Madvise && advice != MADV_WIPEONFORK) {
+        errno = EINVAL;
+        return -1;
+    }
     return next<int(void*, std::size_t, int)>("madvise")(start, length, advice);
 }
 

@@ -7,6 +7,7 @@
 
 #include "gateway_process.h"
 #include "scripted_peer.h"
+#include "watched_allocator.h"
 
 using namespace krvtest;
 
@@ -94,6 +95,19 @@ TEST_F(ManyOpenFiles, LeaveAConversationWithADeadlineAsItIs)
     const CallDeadline deadline(60000);
     converse(gateway.port());
     EXPECT_TRUE(gateway.complaints().empty());
+}
+
+TEST_F(ManyOpenFiles, LeaveNoMemoryBehind)
+{
+    GatewayProcess gateway;
+    converse(gateway.port()); // makes what a process keeps
+    for (int limit : {0, 60000}) {
+        const CallDeadline deadline(limit);
+        const AllocationWatch watch(1, 1 << 20);
+        converse(gateway.port());
+        EXPECT_LT(0, watch.requests());
+        EXPECT_EQ(0, watch.blocksLeft()) << "deadline " << limit;
+    }
 }
 
 TEST_F(ManyOpenFiles, DoNotKeepADeadlineFromEndingAWait)

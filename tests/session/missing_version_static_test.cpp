@@ -1,5 +1,5 @@
-// An open whose new token has no version text. No gateway can bring that about: the call that fetches the text is wrapped
-// at link time, and loses it.
+// An open whose new token has no version text. No gateway can bring that about: the calls that make and free memory are
+// wrapped at link time, and when the answer with the text is freed, the token loses what was stored of it.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -11,16 +11,37 @@
 
 using namespace krvtest;
 
-extern "C" {
-int __real_statProtocolVer(Internal_GatewayToken_t* gwTokPtr, ReasonCodes* reasons);
-int __wrap_statProtocolVer(Internal_GatewayToken_t* gwTokPtr, ReasonCodes* reasons);
+namespace {
 
-int __wrap_statProtocolVer(Internal_GatewayToken_t* gwTokPtr, ReasonCodes* reasons)
+char* versionText = nullptr; // where the newest token keeps it; empty until it is stored
+
+} // namespace
+
+extern "C" {
+void* __real_malloc(std::size_t size);
+void* __wrap_malloc(std::size_t size);
+void __real_free(void* block);
+void __wrap_free(void* block);
+
+void* __wrap_malloc(std::size_t size)
 {
-    const int rc = __real_statProtocolVer(gwTokPtr, reasons);
-    std::free(gwTokPtr->protocolVersion);
-    gwTokPtr->protocolVersion = nullptr;
-    return rc;
+    void* block = __real_malloc(size);
+    if (block != nullptr && size == PROTOCOL_VERSION_SIZE) {
+        versionText = static_cast<char*>(block);
+        *versionText = '\0';
+    }
+    return block;
+}
+
+void __wrap_free(void* block)
+{
+    __real_free(block);
+    Internal_GatewayToken_t* token = gtListHeadPtr;
+    const bool isItsText = token != nullptr && versionText != nullptr && token->protocolVersion == versionText;
+    if (!isItsText || *versionText == '\0') return;
+    token->protocolVersion = nullptr;
+    __real_free(versionText);
+    versionText = nullptr;
 }
 }
 

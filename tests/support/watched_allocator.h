@@ -6,6 +6,7 @@
 // a program, and assert failed(): a failure that was never met proves nothing.
 #pragma once
 
+#include <atomic>
 #include <cerrno>
 #include <cstddef>
 
@@ -138,12 +139,21 @@ public:
     AllocationWatch(std::size_t leastSize, std::size_t mostSize)
     {
         watchedAllocations = WatchedAllocations{};
-        watchedAllocations.mostSize = mostSize;
-        watchedAllocations.leastSize = leastSize;
+        watch(leastSize, mostSize);
     }
     ~AllocationWatch() { watchedAllocations = WatchedAllocations{}; }
     AllocationWatch(const AllocationWatch&) = delete;
     AllocationWatch& operator=(const AllocationWatch&) = delete;
+
+    // From here on, blocks of other sizes. Fenced: a compiler knows that allocating does not look at a program's
+    // variables, and would drop what is written for it alone.
+    void watch(std::size_t leastSize, std::size_t mostSize)
+    {
+        std::atomic_signal_fence(std::memory_order_seq_cst);
+        watchedAllocations.mostSize = mostSize;
+        watchedAllocations.leastSize = leastSize;
+        std::atomic_signal_fence(std::memory_order_seq_cst);
+    }
 
     // The given request and those behind it, `count` in all, fail.
     void fail(int from, int count)

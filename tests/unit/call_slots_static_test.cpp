@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -69,6 +70,7 @@ protected:
         rememberedThread = 0;
         inPthreadSelf = std::move(act);
     }
+
     void TearDown() override
     {
         EXPECT_FALSE(inShutdown);
@@ -77,6 +79,27 @@ protected:
         pthread_t owner = {};
         EXPECT_EQ(0, takeCondemned(&condemned, &owner)) << "a test leaves the table as it was";
         EXPECT_EQ(0, callIsInterrupted());
+    }
+
+    // Whether this thread hears of an interruption of another one's call, which gets the first free slot.
+    int interruptedByAnothersCall()
+    {
+        CallSlot* slot = nullptr;
+        std::thread([&] { slot = enterCall(&other); }).join();
+        interruptToken(&other);
+        const int interrupted = callIsInterrupted();
+        leaveCall(slot);
+        return interrupted;
+    }
+
+    // What is condemned is found again, whatever came before.
+    void expectCondemnedIsHandedOut()
+    {
+        condemnToken(&other);
+        Internal_GatewayToken_t* condemned = nullptr;
+        pthread_t owner = {};
+        EXPECT_EQ(1, takeCondemned(&condemned, &owner));
+        EXPECT_EQ(&other, condemned);
     }
 
     Internal_GatewayToken_t token = {};
@@ -130,6 +153,19 @@ TEST_F(CallSlots, AnInterruptedCallKnowsItAndStaysBusy)
     EXPECT_EQ(0, isBusy(&token));
 }
 
+TEST_F(CallSlots, ACallThatHasEndedIsNotInterruptedByTheNextOneInItsSlot)
+{
+    EXPECT_EQ(1, leaveUndisturbed(enterCall(&token)));
+    EXPECT_EQ(0, interruptedByAnothersCall());
+    EXPECT_EQ(CALL_UNDISTURBED, leaveCall(enterCall(&token)));
+    EXPECT_EQ(0, interruptedByAnothersCall());
+    EXPECT_EQ(1, condemnCall(enterCall(&token)));
+    Internal_GatewayToken_t* condemned = nullptr;
+    pthread_t owner = {};
+    EXPECT_EQ(1, takeCondemned(&condemned, &owner));
+    EXPECT_EQ(0, interruptedByAnothersCall());
+}
+
 TEST_F(CallSlots, AnAbandonedCallDestroysItsToken)
 {
     CallSlot* slot = enterCall(&token);
@@ -151,6 +187,15 @@ TEST_F(CallSlots, ATokenWithoutASocketIsInterruptedAllTheSame)
     EXPECT_EQ(CALL_INTERRUPTED, leaveCall(slot));
 }
 
+TEST_F(CallSlots, ASocketMayBeDescriptorZero)
+{
+    token.socketDescriptor = 0;
+    CallSlot* slot = enterCall(&token);
+    interruptToken(&token);
+    EXPECT_EQ(std::vector<int>{0}, shutDowns);
+    EXPECT_EQ(CALL_INTERRUPTED, leaveCall(slot));
+}
+
 TEST_F(CallSlots, AForkedChildsConnectionIsItsParentsAndNotShutDown)
 {
     token.owningPid = getpid() + 1;
@@ -169,8 +214,10 @@ TEST_F(CallSlots, AreForgottenAllAtOnce)
     EXPECT_EQ(0, callIsInterrupted());
     forgetCalls();
     EXPECT_EQ(0, isBusy(&token));
+    EXPECT_EQ(0, interruptedByAnothersCall());
     CallSlot* slot = enterCall(&other);
     EXPECT_EQ(0, callIsInterrupted());
+    EXPECT_EQ(0, isBusy(&token)) << "nor when slots are used again";
     EXPECT_EQ(1, leaveUndisturbed(slot));
 }
 
@@ -213,6 +260,16 @@ TEST_F(CallSlots, ACallGivesItsTokenToTheNextHolderOfTheLock)
     }
 }
 
+TEST_F(CallSlots, ACallThatWasInterruptedByAnotherThreadBeforeItBeganIsStillItsOwnThreads)
+{
+    std::thread([&] { interruptToken(&token); }).join();
+    EXPECT_EQ(1, condemnCall(enterCall(&token)));
+    Internal_GatewayToken_t* condemned = nullptr;
+    pthread_t owner = {};
+    ASSERT_EQ(1, takeCondemned(&condemned, &owner));
+    EXPECT_NE(0, pthread_equal(pthread_self(), owner));
+}
+
 TEST_F(CallSlots, AnAbandonedCallCannotGiveItsTokenAway)
 {
     CallSlot* slot = enterCall(&token);
@@ -220,6 +277,7 @@ TEST_F(CallSlots, AnAbandonedCallCannotGiveItsTokenAway)
     EXPECT_EQ(0, condemnCall(slot)) << "the call's to destroy";
     slot = enterCall(&token);
     EXPECT_EQ(1, leaveUndisturbed(slot)) << "its slot is free";
+    expectCondemnedIsHandedOut();
 }
 
 TEST_F(CallSlots, CondemnedTokensComeOneByOne)
@@ -232,6 +290,18 @@ TEST_F(CallSlots, CondemnedTokensComeOneByOne)
     EXPECT_EQ(1, takeCondemned(&condemned[1], &owner));
     EXPECT_EQ(0, takeCondemned(&condemned[2], &owner));
     EXPECT_EQ((std::vector<Internal_GatewayToken_t*>{&token, &other, nullptr}), condemned);
+}
+
+TEST_F(CallSlots, ACondemnedTokenIsNoCallInProgress)
+{
+    condemnToken(&token);
+    EXPECT_EQ(0, isBusy(&token));
+    CallSlot* slot = enterCall(&token);
+    EXPECT_EQ(1, leaveUndisturbed(slot)) << "a slot of its own";
+    Internal_GatewayToken_t* condemned = nullptr;
+    pthread_t owner = {};
+    ASSERT_EQ(1, takeCondemned(&condemned, &owner));
+    EXPECT_EQ(&token, condemned);
 }
 
 TEST_F(CallSlots, ATokenThatIsBeingCondemnedIsNotHandedOutYet)
@@ -255,6 +325,7 @@ TEST_F(CallSlots, ATokenWhoseCallEndsDuringTheCloseIsTheClosersToDestroy)
     inShutdown = [&] { outcome = leaveCall(slot); };
     EXPECT_EQ(0, abandonToken(&token));
     EXPECT_EQ(CALL_INTERRUPTED, outcome);
+    expectCondemnedIsHandedOut();
 }
 
 TEST_F(CallSlots, ATokenThatIsCondemnedDuringTheCloseIsTheClosersToDestroy)
@@ -267,6 +338,7 @@ TEST_F(CallSlots, ATokenThatIsCondemnedDuringTheCloseIsTheClosersToDestroy)
     Internal_GatewayToken_t* condemned = nullptr;
     pthread_t owner = {};
     EXPECT_EQ(0, takeCondemned(&condemned, &owner)) << "nobody else may destroy it";
+    expectCondemnedIsHandedOut();
 }
 
 // ---- A full table -------------------------------------------------------------------------------------------------
@@ -290,9 +362,12 @@ TEST_F(CallSlots, AnInterruptionThatFindsNoRoomStillEndsWaits)
 
 TEST_F(CallSlots, ACondemnedTokenThatFindsNoRoomIsNotHandedOut)
 {
-    const FullCallTable full;
-    condemnToken(&token);
-    Internal_GatewayToken_t* condemned = nullptr;
-    pthread_t owner = {};
-    EXPECT_EQ(0, takeCondemned(&condemned, &owner));
+    {
+        const FullCallTable full;
+        condemnToken(&token);
+        Internal_GatewayToken_t* condemned = nullptr;
+        pthread_t owner = {};
+        EXPECT_EQ(0, takeCondemned(&condemned, &owner));
+    }
+    expectCondemnedIsHandedOut();
 }

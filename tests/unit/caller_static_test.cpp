@@ -16,6 +16,8 @@ namespace {
 bool noPages = false;
 bool adviceIsAlwaysTaken = false;
 bool adviceIsNeverTaken = false;
+bool thatAdviceIsTaken = false;
+int pagesTaken = 0;
 int pagesGivenBack = 0;
 int asked = 0;
 
@@ -42,9 +44,12 @@ pid_t __wrap_getpid();
 
 void* WRAP_MMAP(void* at, size_t size, int protection, int flags, int file, off_t offset)
 {
-    if (!noPages) return REAL_MMAP(at, size, protection, flags, file, offset);
-    errno = ENOMEM;
-    return MAP_FAILED;
+    if (noPages) {
+        errno = ENOMEM;
+        return MAP_FAILED;
+    }
+    pagesTaken++;
+    return REAL_MMAP(at, size, protection, flags, file, offset);
 }
 
 int __wrap_munmap(void* at, size_t size)
@@ -55,8 +60,8 @@ int __wrap_munmap(void* at, size_t size)
 
 int __wrap_madvise(void* at, size_t size, int advice)
 {
-    if (adviceIsAlwaysTaken) return 0;
-    if (adviceIsNeverTaken) {
+    if (adviceIsAlwaysTaken || (thatAdviceIsTaken && advice == MADV_WIPEONFORK)) return 0;
+    if (adviceIsNeverTaken || thatAdviceIsTaken) {
         errno = EINVAL;
         return -1;
     }
@@ -113,15 +118,29 @@ TEST(CallingProcess, IsAskedForEachTimeWhereAnyAdviceIsTaken)
     EXPECT_EQ(1, pagesGivenBack);
 }
 
+TEST(CallingProcess, IsAskedForOnceWhereThePageIsEmptiedByAFork)
+{
+    thatAdviceIsTaken = true;
+    setUpCallerMemory();
+    for (int time = 1; time <= 3; ++time) {
+        EXPECT_EQ(__real_getpid(), currentProcess());
+        EXPECT_EQ(1, asked);
+        EXPECT_EQ(__real_getpid(), knownProcess());
+    }
+    EXPECT_EQ(0, pagesGivenBack);
+}
+
 TEST(CallingProcess, CanBeGivenAMemoryLater)
 {
     noPages = true;
     expectAskedEachTime();
     noPages = false;
+    thatAdviceIsTaken = true;
     setUpCallerMemory();
     EXPECT_EQ(__real_getpid(), currentProcess());
     setUpCallerMemory();
-    EXPECT_EQ(__real_getpid(), currentProcess()) << "once is enough";
+    EXPECT_EQ(__real_getpid(), currentProcess());
+    EXPECT_EQ(1, pagesTaken) << "once is enough";
 }
 
 TEST(CallingThread, IsAskedForOnceByEach)

@@ -1,5 +1,5 @@
-// The calling thread's deadline against a clock that stands still: the library's reads of the clock are wrapped at link
-// time.
+// The calling thread's deadline against a clock that stands still: the library's reads of the clock, and its waits for locks
+// with a limit, are wrapped at link time.
 #include <gtest/gtest.h>
 
 #include <cerrno>
@@ -14,8 +14,13 @@
 
 namespace {
 
-// Monotonic time as the library reads it.
+// Monotonic time as the library reads it, and the time of day.
 timespec standing = {};
+timespec wallStanding = {};
+
+// When the last wait for a lock was to end, on the clock that it named.
+timespec lockUntil = {};
+clockid_t lockClock = -1;
 
 timespec at(std::time_t seconds, long nanoseconds)
 {
@@ -81,25 +86,47 @@ public:
 
 } // namespace
 
-// With 64-bit time on a 32-bit machine, the call has another name at link time.
+// With 64-bit time on a 32-bit machine, the calls have other names at link time.
 #ifdef __USE_TIME_BITS64
-#define REAL_CLOCK_GETTIME __real___clock_gettime64
 #define WRAP_CLOCK_GETTIME __wrap___clock_gettime64
+#define REAL_CLOCKLOCK __real___pthread_mutex_clocklock64
+#define WRAP_CLOCKLOCK __wrap___pthread_mutex_clocklock64
+#define REAL_TIMEDLOCK __real___pthread_mutex_timedlock64
+#define WRAP_TIMEDLOCK __wrap___pthread_mutex_timedlock64
 #else
-#define REAL_CLOCK_GETTIME __real_clock_gettime
 #define WRAP_CLOCK_GETTIME __wrap_clock_gettime
+#define REAL_CLOCKLOCK __real_pthread_mutex_clocklock
+#define WRAP_CLOCKLOCK __wrap_pthread_mutex_clocklock
+#define REAL_TIMEDLOCK __real_pthread_mutex_timedlock
+#define WRAP_TIMEDLOCK __wrap_pthread_mutex_timedlock
 #endif
 
 extern "C" {
-int REAL_CLOCK_GETTIME(clockid_t clock, timespec* now);
 int WRAP_CLOCK_GETTIME(clockid_t clock, timespec* now);
+int REAL_CLOCKLOCK(pthread_mutex_t* mutex, clockid_t clock, const timespec* until);
+int WRAP_CLOCKLOCK(pthread_mutex_t* mutex, clockid_t clock, const timespec* until);
+int REAL_TIMEDLOCK(pthread_mutex_t* mutex, const timespec* until);
+int WRAP_TIMEDLOCK(pthread_mutex_t* mutex, const timespec* until);
 
-// Other clocks go on: a deadline that looked at the time of day would not come out as expected.
 int WRAP_CLOCK_GETTIME(clockid_t clock, timespec* now)
 {
-    if (clock != CLOCK_MONOTONIC) return REAL_CLOCK_GETTIME(clock, now);
-    *now = standing;
+    *now = clock == CLOCK_MONOTONIC ? standing : wallStanding;
     return 0;
+}
+
+int WRAP_CLOCKLOCK(pthread_mutex_t* mutex, clockid_t clock, const timespec* until)
+{
+    lockClock = clock;
+    lockUntil = *until;
+    return REAL_CLOCKLOCK(mutex, clock, until);
+}
+
+// What the thread sanitizer has in place of that.
+int WRAP_TIMEDLOCK(pthread_mutex_t* mutex, const timespec* until)
+{
+    lockClock = CLOCK_REALTIME;
+    lockUntil = *until;
+    return REAL_TIMEDLOCK(mutex, until);
 }
 }
 
@@ -125,6 +152,7 @@ TEST(Deadline, IsCountedFromTheBeginOfTheCall)
     EXPECT_EQ((Left{2, 500000}), leftAt(at(100, 700000000)));
     EXPECT_EQ((Left{1, 900000}), leftAt(at(101, 300000000)));
     EXPECT_EQ((Left{0, 200000}), leftAt(at(103, 0)));
+    EXPECT_EQ((Left{0, 1}), leftAt(at(103, 199999999)));
     EXPECT_EQ((Left{0, 0}), leftAt(at(103, 200000000)));
 }
 
@@ -135,6 +163,13 @@ TEST(Deadline, IsRoundedUpToWholeMicroseconds)
     EXPECT_EQ((Left{0, 1}), leftAt(at(10, 999999000)));
     EXPECT_EQ((Left{0, 2}), leftAt(at(10, 999998999)));
     EXPECT_EQ((Left{1, 0}), leftAt(at(10, 1))) << "999999.999 microseconds";
+}
+
+TEST(Deadline, MayBeOneMillisecondAhead)
+{
+    const LimitedCall call(1, at(10, 0));
+    EXPECT_EQ(1, callIsLimited());
+    EXPECT_EQ((Left{0, 1000}), leftAt(at(10, 0)));
 }
 
 TEST(Deadline, LeavesAShorterWaitAlone)
@@ -224,6 +259,17 @@ TEST(WaitWithADeadline, ReportsADescriptorThatIsNone)
     EXPECT_EQ(0, callHasExpired());
 }
 
+TEST(WaitWithADeadline, ThatWasInAHurryLeavesTheNextCallItsTime)
+{
+    Pipe silent;
+    standing = at(1000000, 0); // behind any deadline of an earlier case
+    setHurry(1);
+    EXPECT_EQ(0, waitUntilReadable(silent.ends[0]));
+    setHurry(0);
+    const LimitedCall call(1000, at(10, 0));
+    EXPECT_EQ(0, callHasExpired());
+}
+
 // ---- Locks --------------------------------------------------------------------------------------------------------
 
 TEST(LockWithADeadline, IsTakenWhenItIsFree)
@@ -248,7 +294,7 @@ TEST(LockWithADeadline, ThatWasNeverSetUpIsRefusedAsEver)
 // The clock of the library stands near its start: by that of the mutex, both ends of the wait have long passed.
 TEST(LockWithADeadline, IsGivenUpWhenAnotherThreadHoldsIt)
 {
-    for (bool lateAlready : {false, true}) {
+    for (long lateAt : {0L, 980000000L, 990000000L}) {
         stapilock lock = {};
         ASSERT_EQ(0, initializeLock(&lock));
         ASSERT_EQ(0, requestLock(&lock));
@@ -256,7 +302,7 @@ TEST(LockWithADeadline, IsGivenUpWhenAnotherThreadHoldsIt)
         int late = -1;
         std::thread other([&] {
             const LimitedCall call(1000, at(0, 0));
-            if (lateAlready) standing = at(5, 990000000);
+            if (lateAt != 0) standing = at(5, lateAt);
             taken = requestLockInTime(&lock);
             late = callHasExpired();
         });
@@ -266,4 +312,29 @@ TEST(LockWithADeadline, IsGivenUpWhenAnotherThreadHoldsIt)
         EXPECT_EQ(0, releaseLock(&lock));
         EXPECT_EQ(0, destroyLock(&lock));
     }
+}
+
+// A call that is late already still has 20 milliseconds.
+TEST(LockWithADeadline, IsWaitedForUntilThenAndALittleWhenLate)
+{
+    stapilock lock = {};
+    ASSERT_EQ(0, initializeLock(&lock));
+    const LimitedCall call(1500, at(10, 0));
+    const std::pair<timespec, timespec> cases[] = {
+        {at(10, 0), at(11, 500000000)},
+        {at(11, 499999999), at(11, 500000000)},
+        {at(11, 500000000), at(11, 520000000)},
+        {at(12, 979999999), at(12, 999999999)},
+        {at(12, 980000000), at(13, 0)},
+        {at(12, 999999999), at(13, 19999999)},
+    };
+    for (const auto& [now, end] : cases) {
+        standing = now;
+        wallStanding = at(now.tv_sec + 5000, now.tv_nsec);
+        ASSERT_EQ(1, requestLockInTime(&lock));
+        ASSERT_EQ(0, releaseLock(&lock));
+        EXPECT_EQ(end.tv_sec, lockUntil.tv_sec - (lockClock == CLOCK_REALTIME ? 5000 : 0));
+        EXPECT_EQ(end.tv_nsec, lockUntil.tv_nsec);
+    }
+    EXPECT_EQ(0, destroyLock(&lock));
 }

@@ -36,6 +36,11 @@ std::atomic<int> yields = 0;
 // What happens inside the C library's calendar.
 std::function<void()> insideCalendar;
 
+// Whether sleeps take no time, and are counted instead; and how long they would have been.
+bool sleepsAreCounted = false;
+int sleeps = 0;
+long long nanosecondsAsleep = 0;
+
 bool soonYields(int before)
 {
     const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
@@ -57,12 +62,25 @@ int __wrap_pthread_atfork(void (*prepare)(), void (*parent)(), void (*child)())
     return 0;
 }
 
-// The name depends on the width of time_t.
+// The names depend on the width of time_t.
 #if defined(__i386__)
 #define CALENDAR(prefix) prefix##__localtime64_r
+#define SLEEP(prefix) prefix##__nanosleep64
 #else
 #define CALENDAR(prefix) prefix##localtime_r
+#define SLEEP(prefix) prefix##nanosleep
 #endif
+int SLEEP(__real_)(const timespec* time, timespec* left);
+int SLEEP(__wrap_)(const timespec* time, timespec* left);
+
+int SLEEP(__wrap_)(const timespec* time, timespec* left)
+{
+    if (!sleepsAreCounted) return SLEEP(__real_)(time, left);
+    sleeps++;
+    nanosecondsAsleep += time->tv_sec * 1000000000LL + time->tv_nsec;
+    return 0;
+}
+
 std::tm* CALENDAR(__real_)(const std::time_t* time, std::tm* local);
 std::tm* CALENDAR(__wrap_)(const std::time_t* time, std::tm* local);
 
@@ -91,12 +109,26 @@ protected:
         ASSERT_NE(nullptr, parentHandler);
         ASSERT_NE(nullptr, childHandler);
         ASSERT_EQ(nullptr, gtListHeadPtr);
+        sleeps = 0;
+        nanosecondsAsleep = 0;
     }
     void TearDown() override
     {
         gtListHeadPtr = nullptr;
         gtListTailPtr = nullptr;
         insideCalendar = nullptr;
+    }
+
+    // A second, and not all of it asleep.
+    void expectWaitedForAWhile(const std::function<void()>& wait)
+    {
+        const int before = yields;
+        sleepsAreCounted = true;
+        wait();
+        sleepsAreCounted = false;
+        EXPECT_EQ(100, yields - before);
+        EXPECT_EQ(1000, sleeps);
+        EXPECT_EQ(1000000000, nanosecondsAsleep);
     }
 };
 
@@ -147,15 +179,28 @@ TEST_F(ForkHandler, ForgetsWritersThatKeptTheDestination)
     EXPECT_EQ(KRVSTAT_OK, setAPITraceFile(nullptr));
 }
 
+TEST_F(ForkHandler, LetsAForkWaitForNobodyWhoHasLeftTheCalendar)
+{
+    char stamp[TRACE_TIMESTAMP_SIZE];
+    getTimestamp(stamp);
+    char date[TRACE_DATE_SIZE];
+    getTraceDate(date);
+    const int before = yields;
+    prepareHandler();
+    EXPECT_EQ(before, yields);
+    parentHandler();
+}
+
 TEST_F(ForkHandler, LetsAForkWaitForThreadsInTheCalendar)
 {
     std::atomic<bool> inside = false;
     std::atomic<bool> mayLeave = false;
+    char stamp[TRACE_TIMESTAMP_SIZE];
+    getTimestamp(stamp); // in and out once before
     insideCalendar = [&] {
         inside = true;
         while (!mayLeave) std::this_thread::sleep_for(std::chrono::milliseconds(1));
     };
-    char stamp[TRACE_TIMESTAMP_SIZE];
     std::thread stamping([&] { getTimestamp(stamp); });
     while (!inside) std::this_thread::sleep_for(std::chrono::milliseconds(1));
 
@@ -186,12 +231,17 @@ TEST_F(ForkHandler, KeepsThreadsOutOfTheCalendarDuringAFork)
     parentHandler();
     stamping.join();
     EXPECT_EQ(1, entered);
+
+    const int after = yields;
+    prepareHandler();
+    EXPECT_EQ(after, yields) << "the next fork waits for nobody";
+    parentHandler();
 }
 
 TEST_F(ForkHandler, WaitsNotForEverForItsOwnThread)
 {
     insideCalendar = [&] {
-        prepareHandler(); // as if a signal had come here, whose handler forks
+        expectWaitedForAWhile(prepareHandler); // as if a signal had come here, whose handler forks
         parentHandler();
     };
     char stamp[TRACE_TIMESTAMP_SIZE];
@@ -205,7 +255,7 @@ TEST_F(ForkHandler, KeepsTheForkingThreadItselfOutForAWhileOnly)
     insideCalendar = [&] { ++entered; };
     prepareHandler();
     char stamp[TRACE_TIMESTAMP_SIZE];
-    getTimestamp(stamp); // as a handler of the application would, that runs behind this one
+    expectWaitedForAWhile([&] { getTimestamp(stamp); }); // as an application's handler would, that runs behind this one
     EXPECT_EQ(1, entered);
     parentHandler();
 }

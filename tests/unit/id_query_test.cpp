@@ -206,7 +206,9 @@ TEST(GetIdQuery, WithoutAWorkAreaFailsBeforeAnyCheck)
     HeldSet set(idSet({{"g", 0, {{"17"}}}}));
     char* text = nullptr;
     getAPITraceLevel(nullptr); // the first call of a process allocates for itself
+    TraceFile trace(1);
     for (KRV_ResultSetToken_t token : {set.token, static_cast<KRV_ResultSetToken_t>(nullptr)}) {
+        trace.forget();
         Bytes before = recordBytes(set.token);
         int rc, failures;
         {
@@ -218,6 +220,7 @@ TEST(GetIdQuery, WithoutAWorkAreaFailsBeforeAnyCheck)
         ASSERT_EQ(1, failures);
         EXPECT_EQ(KRVSTAT_OUT_OF_MEMORY, rc);
         EXPECT_EQ(nullptr, text);
+        EXPECT_EQ(1, countOf(trace.lines(), "*EXC*", "API.getIdQuery() Malloc failed for 32000 bytes")) << trace.text();
         EXPECT_TRUE(sameBytes(before, recordBytes(set.token)));
     }
 }

@@ -42,6 +42,13 @@ void writeToNobody()
     close(ends[1]);
 }
 
+// Leaves a stack behind on which nothing is zero.
+__attribute__((noinline)) void soilStack()
+{
+    volatile unsigned char bytes[4096];
+    for (volatile unsigned char& byte : bytes) byte = 0xFF;
+}
+
 // The calling thread blocks the signal itself.
 class Blocked {
 public:
@@ -127,6 +134,17 @@ TEST(PipeSignal, IsNotMissedWhereNoneCame)
     EXPECT_FALSE(isBlocked());
 }
 
+TEST(PipeSignal, IsTheOnlyOneThatIsHeldBack)
+{
+    PipeSignal held;
+    soilStack();
+    holdPipeSignal(&held);
+    sigset_t mask;
+    pthread_sigmask(SIG_BLOCK, nullptr, &mask);
+    for (int signal : {SIGHUP, SIGINT, SIGUSR1, SIGTERM, SIGCHLD}) EXPECT_EQ(0, sigismember(&mask, signal)) << signal;
+    releasePipeSignal(&held);
+}
+
 TEST(PipeSignal, OfAThreadThatBlocksItStaysBlocked)
 {
     interruptedWaits = 0;
@@ -166,7 +184,9 @@ TEST(PipeSignal, ThatMayHaveBeenWaitingIsLeft)
     pendingIsUnknown = true;
     waits = 0;
     PipeSignal held;
+    errno = ENOTTY;
     holdPipeSignal(&held);
+    EXPECT_EQ(ENOTTY, errno);
     releasePipeSignal(&held);
     pendingIsUnknown = false;
     EXPECT_EQ(0, waits);

@@ -152,6 +152,35 @@ TEST(RunsOfAlikeElements, EndInWhateverComesNext)
     }
 }
 
+// Bytes beside the lengths that say the same as those of the elements before, which they would be if one looked there.
+TEST(RunsOfAlikeElements, AreToldByTheirLengthsAlone)
+{
+    using namespace std::string_literals;
+    struct Case {
+        StatElement alike;
+        StatElement next;
+    };
+    const Case cases[] = {
+        {plainElement("id_12", "abc\0\5"s), plainElement("id_12", "value_")}, // in front of the element
+        {plainElement("id_12", "\0\5abc"s), plainElement("_____\0\5"s, "value_")},
+        {plainElement("id_12", letters(0x77)), plainElement("id_12", letters(0x70))}, // its block type
+        {plainElement("id_12", "value"), plainElement("id_12", "\5"s + letters(0xFF))},
+        {plainElement("id_12", "value"), plainElement("\5____\0\5"s + letters(0xF9), "value_")},
+        {plainElement("id_12", "value"), chunkedElement("ab\0\5c"s, letters(0x520), {})},
+    };
+    for (const Case& each : cases) {
+        SCOPED_TRACE("case " + std::to_string(&each - cases));
+        std::vector<StatElement> elements(7, each.alike);
+        elements.push_back(each.next);
+        elements.push_back(each.alike);
+        for (std::uint32_t filler = 1; filler <= 60; filler++) {
+            const Bytes data =
+                encodeReply({ReplyKind::Statistics, 1, true, 0, {statsResponse("g", 0, elements)}, filler});
+            ASSERT_TRUE(parsesAsExpected(ReplyKind::Statistics, data, 32768)) << "filler " << filler;
+        }
+    }
+}
+
 } // namespace
 
 } // namespace krvtest

@@ -595,6 +595,17 @@ TEST_F(TokenList, EachTokenIsDumpedWithItsResultSet)
     EXPECT_EQ(expected, trace.text());
 }
 
+TEST_F(TokenList, AResultSetIsDumpedWhileNobodyElseWrites)
+{
+    std::vector<Internal_GatewayToken_t*> tokens = {makeToken(1)};
+    ASSERT_EQ(0, chainAll(tokens));
+    TraceFile trace(0);
+    const Injected counted =
+        withFailing(failingMutexLock, 0, [&] { return dumpResultSetInternal(tokens[0]->connRSPtr); }, 1000);
+    EXPECT_EQ(0, counted.result);
+    EXPECT_EQ(1, counted.seen) << "the trace's lock is taken once";
+}
+
 TEST_F(TokenList, TheDumpShows256AndCallsThatARunaway)
 {
     for (std::size_t count : {255u, 256u, 257u}) {
