@@ -14,6 +14,7 @@ option(KRVSTATS_BUILD_PEERS "Build the benchmarks that compare with other progra
 set(KRVSTATS_SANITIZE "" CACHE STRING "What -fsanitize= is given, for example address,undefined (empty: nothing)")
 option(KRVSTATS_COVERAGE "Count which lines and branches run" OFF)
 option(KRVSTATS_HARDENING "Build with the flags that a distribution hardens its packages with" ON)
+option(KRVSTATS_LTO "Optimise the library at -O3 and at link time" OFF)
 
 # Used where this build has no gateway of its own (another word size), else its own is used.
 set(KRVSTATS_GATEWAY_PROGRAM "" CACHE FILEPATH "The simulated gateway that the tests talk to (empty: the one built here)")

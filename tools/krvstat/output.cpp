@@ -15,25 +15,25 @@
 
 namespace {
 
-bool isSet(const char* variable)
+// The text of a variable that is not set is empty.
+std::string textOf(const char* variable)
 {
     const char* text = std::getenv(variable);
-    return text != nullptr && *text != '\0';
+    return text != nullptr ? text : "";
 }
 
 // CLICOLOR_FORCE=0 is said to mean no force.
 bool isForced()
 {
-    return isSet("CLICOLOR_FORCE") && std::strcmp(std::getenv("CLICOLOR_FORCE"), "0") != 0;
+    const std::string force = textOf("CLICOLOR_FORCE");
+    return !force.empty() && force != "0";
 }
 
 bool wantsColour(const Settings& settings, bool isTerminal)
 {
     if (settings.colour != ColourChoice::Auto) return settings.colour == ColourChoice::Always;
-    if (isSet("NO_COLOR")) return false;
-    const char* terminal = std::getenv("TERM");
-    const bool isDumb = terminal != nullptr && std::strcmp(terminal, "dumb") == 0;
-    return isForced() || (isTerminal && !isDumb);
+    if (!textOf("NO_COLOR").empty()) return false;
+    return isForced() || (isTerminal && textOf("TERM") != "dumb");
 }
 
 } // namespace
