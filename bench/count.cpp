@@ -65,22 +65,14 @@ Parsed bufferFor(const Answer& answer)
     return {capacity, static_cast<char*>(calloc(1, static_cast<std::size_t>(capacity) + RESULT_SET_ROOM))};
 }
 
-std::size_t walkStats(KRV_ResultSetToken_t resultSet)
+template <typename Record>
+std::size_t walk(KRV_ResultSetToken_t resultSet, int (*first)(KRV_ResultSetToken_t, Record*),
+    int (*next)(KRV_ResultSetToken_t, Record*))
 {
-    KRV_StatData_t stat;
+    Record record;
     std::size_t count = 0;
-    int rc = getFirstStat(resultSet, &stat);
-    for (; rc == KRVSTAT_OK; rc = getNextStat(resultSet, &stat)) ++count;
-    if (rc != KRVSTAT_RESULT_SET_EMPTY) fail("walk", rc);
-    return count;
-}
-
-std::size_t walkIds(KRV_ResultSetToken_t resultSet)
-{
-    KRV_IdData_t id;
-    std::size_t count = 0;
-    int rc = getFirstId(resultSet, &id);
-    for (; rc == KRVSTAT_OK; rc = getNextId(resultSet, &id)) ++count;
+    int rc = first(resultSet, &record);
+    for (; rc == KRVSTAT_OK; rc = next(resultSet, &record)) ++count;
     if (rc != KRVSTAT_RESULT_SET_EMPTY) fail("walk", rc);
     return count;
 }
@@ -88,7 +80,9 @@ std::size_t walkIds(KRV_ResultSetToken_t resultSet)
 void walkWhole(KRV_ResultSetToken_t resultSet, Shape shape, std::size_t n)
 {
     const std::size_t expected = shape == Shape::Value ? 1 : n;
-    if ((shape == Shape::Ids ? walkIds(resultSet) : walkStats(resultSet)) != expected) fail("elements are missing", 0);
+    const std::size_t count = shape == Shape::Ids ? walk(resultSet, getFirstId, getNextId)
+                                                  : walk(resultSet, getFirstStat, getNextStat);
+    if (count != expected) fail("elements are missing", 0);
 }
 
 void parseRepeatedly(Shape shape, std::size_t n, int repeats)
