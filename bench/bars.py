@@ -43,8 +43,8 @@ COUNTED = {
     "trace-points-100": each(Bar(1.05, 1.02, limit=1.05)),
     "trace-points-1000": each(Bar(1.05, 1.02, limit=1.05)),
     "library-size": {
-        "x86_64": Bar(96 * KIB, 72 * KIB, limit=128 * KIB),
-        "i386": Bar(96 * KIB, 72 * KIB, limit=131 * KIB),
+        "x86_64": Bar(96 * KIB, 72 * KIB, limit=120 * KIB),
+        "i386": Bar(96 * KIB, 72 * KIB, limit=123 * KIB),
     },
 }
 

@@ -73,11 +73,45 @@ int32_t narrowTid(ThreadId tid)
     return static_cast<int32_t>(static_cast<uint32_t>(tid));
 }
 
-// Puts a message into a template, with exactly one newline at its end.
-void setMessage(formatStringType* format, const char* message)
+int tracePointOf(int line)
 {
-    size_t length = strnlen(message, TRACE_MESSAGE_SIZE - 1);
-    memcpy(format->msg, message, length);
+    return line / KINDS;
+}
+
+constexpr char kindNames[KINDS][6] = {"*EXC*", "EVENT", "ENTRY", "EXIT", "DEBUG", "DATA"};
+
+// Each module's lowest number, from above.
+struct TraceBlock {
+    int lowest;
+    char module[16];
+};
+
+constexpr TraceBlock traceBlocks[] = {
+    {3200, "socketcomms"},
+    {3100, "lock"},
+    {3000, "gwycon"},
+    {2300, "statquery"},
+    {2200, "statcomms"},
+    {2100, "resultsetbuffer"},
+    {2000, "gwytok"},
+    {0, "impl"},
+};
+
+// Writes where a line of this number comes from. Returns the length.
+size_t nameOrigin(char* text, int tracePoint)
+{
+    const TraceBlock* block = traceBlocks;
+    while (tracePoint < block->lowest) ++block;
+    return static_cast<size_t>(stpcpy(stpcpy(text, "stapi_krv_"), block->module) - text);
+}
+
+// Puts a message into a template, with exactly one newline at its end.
+void setMessage(formatStringType* format, int tracePoint, const char* message)
+{
+    size_t length = message[0] == '.' ? nameOrigin(format->msg, tracePoint) : 0;
+    const size_t messageLength = strnlen(message, TRACE_MESSAGE_SIZE - 1 - length);
+    memcpy(format->msg + length, message, messageLength);
+    length += messageLength;
     if (length == 0 || format->msg[length - 1] != '\n') {
         if (length == TRACE_MESSAGE_SIZE - 1) --length;
         format->msg[length++] = '\n';
@@ -87,39 +121,50 @@ void setMessage(formatStringType* format, const char* message)
 
 // Writes one line by one call, so that lines of several processes on one stream stay whole: the filled-in prefix (which
 // holds no conversions any more) and the message are joined into the format for the message's own arguments.
-void printLine(const formatStringType* format, const char* when, ProcessId pid, int32_t tid, int tracePoint,
-    const char* kind, va_list arguments)
+void printLine(
+    const formatStringType* format, const char* when, ProcessId pid, int32_t tid, int line, va_list arguments)
 {
     formatStringType prefixFormat = *format;
     prefixFormat.msg[0] = '\0';
-    char line[prefixSize + TRACE_MESSAGE_SIZE];
-    const int prefixLength = snprintf(
-        line, prefixSize, reinterpret_cast<const char*>(&prefixFormat), when, pid, tid, tracePoint, kind);
-    memcpy(line + prefixLength, format->msg, strlen(format->msg) + 1);
+    char joined[prefixSize + TRACE_MESSAGE_SIZE];
+    const int prefixLength = snprintf(joined, prefixSize, reinterpret_cast<const char*>(&prefixFormat), when, pid, tid,
+        tracePointOf(line), kindNames[line % KINDS]);
+    memcpy(joined + prefixLength, format->msg, strlen(format->msg) + 1);
 
     FILE* stream = traceStream();
-    vfprintf(stream, line, arguments);
+    vfprintf(stream, joined, arguments);
     fflush(stream);
 }
 
 enum class Stamp { Fresh, Previous };
 
 // Writes a line from the shared template; the caller holds traceLock.
-void writeSharedLine(Stamp stamp, int tracePoint, const char* kind, const char* message, va_list arguments)
+void writeSharedLine(Stamp stamp, int line, const char* message, va_list arguments)
 {
-    setMessage(&traceFmtStr, message);
+    setMessage(&traceFmtStr, tracePointOf(line), message);
     if (stamp == Stamp::Fresh) getTimestamp(timeStamp);
     getPidTid(&tracePid, &traceTid);
     iTid = narrowTid(traceTid);
-    printLine(&traceFmtStr, timeStamp, tracePid, iTid, tracePoint, kind, arguments);
+    printLine(&traceFmtStr, timeStamp, tracePid, iTid, line, arguments);
 }
 
-__attribute__((format(printf, 3, 4)))
-void writeSharedLine(int tracePoint, const char* kind, const char* message, ...)
+void writeUnderLock(Stamp stamp, int line, const char* message, va_list arguments)
+{
+    const int callersErrno = errno;
+    PipeSignal held;
+    holdPipeSignal(&held);
+    requestLock(&traceLock);
+    writeSharedLine(stamp, line, message, arguments);
+    releaseLock(&traceLock);
+    releasePipeSignal(&held);
+    errno = callersErrno;
+}
+
+__attribute__((format(printf, 2, 3))) void writeSharedLine(int line, const char* message, ...)
 {
     va_list arguments;
     va_start(arguments, message);
-    writeSharedLine(Stamp::Fresh, tracePoint, kind, message, arguments);
+    writeSharedLine(Stamp::Fresh, line, message, arguments);
     va_end(arguments);
 }
 
@@ -248,44 +293,30 @@ void copyTraceDestination(char name[TRACE_FILENAME_SIZE])
     releaseLock(&traceLock);
 }
 
-void writeTraceLine(int tracePoint, const char* kind, const char* message, ...)
+void writeTraceLine(int line, const char* message, ...)
 {
-    const int callersErrno = errno;
     va_list arguments;
     va_start(arguments, message);
-    PipeSignal held;
-    holdPipeSignal(&held);
-    requestLock(&traceLock);
-    writeSharedLine(Stamp::Fresh, tracePoint, kind, message, arguments);
-    releaseLock(&traceLock);
-    releasePipeSignal(&held);
+    writeUnderLock(Stamp::Fresh, line, message, arguments);
     va_end(arguments);
-    errno = callersErrno;
 }
 
-void writeTraceLineWithPreviousTimestamp(int tracePoint, const char* kind, const char* message, ...)
+void writeTraceLineWithPreviousTimestamp(int line, const char* message, ...)
 {
-    const int callersErrno = errno;
     va_list arguments;
     va_start(arguments, message);
-    PipeSignal held;
-    holdPipeSignal(&held);
-    requestLock(&traceLock);
-    writeSharedLine(Stamp::Previous, tracePoint, kind, message, arguments);
-    releaseLock(&traceLock);
-    releasePipeSignal(&held);
+    writeUnderLock(Stamp::Previous, line, message, arguments);
     va_end(arguments);
-    errno = callersErrno;
 }
 
 // Without the lock the shared template may be in use by another line: this one is built from a copy of its constant
 // fields.
-void writeTraceLineUnlocked(int tracePoint, const char* kind, const char* message, ...)
+void writeTraceLineUnlocked(int line, const char* message, ...)
 {
     const int callersErrno = errno;
     formatStringType format;
     memcpy(&format, &traceFmtStr, templateSize);
-    setMessage(&format, message);
+    setMessage(&format, tracePointOf(line), message);
     char when[TRACE_TIMESTAMP_SIZE];
     getTimestamp(when);
     va_list arguments;
@@ -293,7 +324,7 @@ void writeTraceLineUnlocked(int tracePoint, const char* kind, const char* messag
     PipeSignal held;
     holdPipeSignal(&held);
     pinTraceDestination();
-    printLine(&format, when, currentProcess(), narrowTid(currentThread()), tracePoint, kind, arguments);
+    printLine(&format, when, currentProcess(), narrowTid(currentThread()), line, arguments);
     unpinTraceDestination();
     releasePipeSignal(&held);
     va_end(arguments);
@@ -308,7 +339,7 @@ void writeTraceData(int tracePoint, const char* message, void* data, int dataLen
     requestLock(&traceLock);
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-nonliteral" // traceData checks it where the message is a literal
-    writeSharedLine(tracePoint, "DATA", message, data, dataLen, stopWord);
+    writeSharedLine(TRACE_LINE(tracePoint, KIND_DATA), message, data, dataLen, stopWord);
 #pragma GCC diagnostic pop
     traceOutStorage(data, static_cast<unsigned int>(dataLen), stopWord, TRACE_DUMP_WIDTH, translate);
     releaseLock(&traceLock);

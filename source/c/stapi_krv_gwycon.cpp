@@ -64,15 +64,14 @@ bool isWaitOver(const timespec& start)
 // last call that sets one.
 int makeSocket(const addrinfo* address, int* socketDescriptorPtr, int* sockError)
 {
-    traceDebug(3013, "stapi_krv_gwycon.connectToGateway Creating socket for family %d, type %d, protocol %d\n",
-        address->ai_family, address->ai_socktype, address->ai_protocol);
+    traceDebug(3013, ".connectToGateway Creating socket for family %d, type %d, protocol %d\n", address->ai_family,
+        address->ai_socktype, address->ai_protocol);
     // Another thread that wants to interrupt the call looks here for a socket to shut down.
     __atomic_store_n(socketDescriptorPtr, socket(address->ai_family, address->ai_socktype, address->ai_protocol),
         __ATOMIC_SEQ_CST);
     if (*socketDescriptorPtr < 0) {
         *sockError = errno;
-        traceExc(3001, "stapi_krv_gwycon.connectToGateway() Unable to create a socket: %s(%d)\n", strerror(*sockError),
-            *sockError);
+        traceExc(3001, ".connectToGateway() Unable to create a socket: %s(%d)\n", strerror(*sockError), *sockError);
         return CONNECT_SOCKET_SETUP_FAILED;
     }
 
@@ -80,17 +79,16 @@ int makeSocket(const addrinfo* address, int* socketDescriptorPtr, int* sockError
     const int32_t nodelay = 1;
     if (setsockopt(*socketDescriptorPtr, SOL_SOCKET, SO_KEEPALIVE, &keepAliveval, sizeof keepAliveval) != 0
         || setsockopt(*socketDescriptorPtr, IPPROTO_TCP, TCP_NODELAY, &nodelay, sizeof nodelay) != 0) {
-        traceDebug(3002, "stapi_krv_gwycon.connectToGateway() Set socket to KeepAlive or NoDelay failed: %d\n",
-            *socketDescriptorPtr);
+        traceDebug(3002, ".connectToGateway() Set socket to KeepAlive or NoDelay failed: %d\n", *socketDescriptorPtr);
         return CONNECT_SOCKET_SETUP_FAILED;
     }
-    traceDebug(3002, "stapi_krv_gwycon.connectToGateway() Created socket: %d\n", *socketDescriptorPtr);
+    traceDebug(3002, ".connectToGateway() Created socket: %d\n", *socketDescriptorPtr);
 
     const int ioctlRc = ioctl(*socketDescriptorPtr, FIONBIO, &sockOptOn);
     *sockError = errno;
     if (ioctlRc < 0) {
-        traceDebug(3019, "stapi_krv_gwycon.connectToGateway() Set Non-Blocking IOCTL failed with Rc=%d, errno=%d\n",
-            ioctlRc, *sockError);
+        traceDebug(
+            3019, ".connectToGateway() Set Non-Blocking IOCTL failed with Rc=%d, errno=%d\n", ioctlRc, *sockError);
         return CONNECT_SOCKET_SETUP_FAILED;
     }
     return 0;
@@ -102,26 +100,25 @@ int dial(const addrinfo* address, const char* hostname, int port, int* socketDes
     int connectRc = connect(*socketDescriptorPtr, address->ai_addr, address->ai_addrlen);
     *sockError = errno;
     if (connectRc == -1 && *sockError == EINPROGRESS && !callIsInterrupted()) {
-        traceDebug(3018, "stapi_krv_gwycon.connectToGateway() Waiting for connect to complete\n");
+        traceDebug(3018, ".connectToGateway() Waiting for connect to complete\n");
         connectRc = waitForConnection(socketDescriptorPtr, sockError);
     }
 
     int gwyConRc = 0;
     if (connectRc == 0) {
-        traceDebug(3003, "stapi_krv_gwycon.connectToGateway() Connected to Gateway %s:%u\n", orNull(hostname),
+        traceDebug(3003, ".connectToGateway() Connected to Gateway %s:%u\n", orNull(hostname),
             static_cast<unsigned int>(port));
         const int ioctlRc = ioctl(*socketDescriptorPtr, FIONBIO, &sockOptOff);
         *sockError = errno;
         if (ioctlRc < 0) {
-            traceDebug(3020, "stapi_krv_gwycon.connectToGateway() Set Blocking IOCTL failed with Rc=%d, errno=%d\n",
-                ioctlRc, *sockError);
+            traceDebug(
+                3020, ".connectToGateway() Set Blocking IOCTL failed with Rc=%d, errno=%d\n", ioctlRc, *sockError);
             gwyConRc = CONNECT_SOCKET_SETUP_FAILED;
         }
     }
     if (connectRc == 0 && gwyConRc == 0) return 0;
 
-    traceExc(3006, "stapi_krv_gwycon.connectToGateway() Unable to connect to Gateway: %s(%d)\n", strerror(*sockError),
-        *sockError);
+    traceExc(3006, ".connectToGateway() Unable to connect to Gateway: %s(%d)\n", strerror(*sockError), *sockError);
     if (connectRc == CONNECT_TIMED_OUT) return CONNECT_TIMED_OUT;
     if (*sockError == ENETUNREACH) return CONNECT_NETWORK_UNREACHABLE;
     if (*sockError == ECONNREFUSED) return CONNECT_REFUSED;
@@ -134,12 +131,11 @@ int greet(int socketDescriptor)
     ReasonCodes reasons = {};
     const int handshakeRc = flowHandshakeRequest(socketDescriptor, &reasons);
     if (handshakeRc != 0) {
-        traceExc(3005,
-            "stapi_krv_gwycon.connectToGateway() Handshake flows failed rc=%d errno=%s gwyRc=%d authRc=%d\n",
-            handshakeRc, strerror(reasons.socketErrno), reasons.gatewayRc, reasons.authRc);
+        traceExc(3005, ".connectToGateway() Handshake flows failed rc=%d errno=%s gwyRc=%d authRc=%d\n", handshakeRc,
+            strerror(reasons.socketErrno), reasons.gatewayRc, reasons.authRc);
         return CONNECT_OTHER_FAILURE;
     }
-    traceDebug(3004, "stapi_krv_gwycon.connectToGateway() Flowed Handshake to the Gateway\n");
+    traceDebug(3004, ".connectToGateway() Flowed Handshake to the Gateway\n");
     return authorizeConnection(socketDescriptor, &reasons);
 }
 
@@ -147,8 +143,8 @@ int greet(int socketDescriptor)
 
 int connectToGateway(int port, char* hostname, int* socketDescriptorPtr)
 {
-    traceEntry(3000, "stapi_krv_gwycon.connectToGateway(port=%d, hostname=%s, socketDescriptorPtr=%p)\n", port,
-        orNull(hostname), static_cast<void*>(socketDescriptorPtr));
+    traceEntry(3000, ".connectToGateway(port=%d, hostname=%s, socketDescriptorPtr=%p)\n", port, orNull(hostname),
+        static_cast<void*>(socketDescriptorPtr));
 
     addrinfo* hostInfo = nullptr;
     int sockError = 0;
@@ -158,27 +154,26 @@ int connectToGateway(int port, char* hostname, int* socketDescriptorPtr)
     if (gwyConRc == 0) gwyConRc = greet(*socketDescriptorPtr);
     if (hostInfo) freeaddrinfo(hostInfo);
 
-    traceExit(3007, "stapi_krv_gwycon.connectToGateway(port=%d, hostname=%s, socketDescriptorPtr=%p) connectRc=%d\n",
-        port, orNull(hostname), static_cast<void*>(socketDescriptorPtr), gwyConRc);
+    traceExit(3007, ".connectToGateway(port=%d, hostname=%s, socketDescriptorPtr=%p) connectRc=%d\n", port,
+        orNull(hostname), static_cast<void*>(socketDescriptorPtr), gwyConRc);
     return gwyConRc;
 }
 
 int closeConnection(int* socketDescriptorPtr)
 {
-    traceEntry(3008, "stapi_krv_gwycon.closeConnection(socketDescriptorPtr=%p)\n",
-        static_cast<void*>(socketDescriptorPtr));
+    traceEntry(3008, ".closeConnection(socketDescriptorPtr=%p)\n", static_cast<void*>(socketDescriptorPtr));
     ReasonCodes reasons = {};
     flowCloseRequest(*socketDescriptorPtr, &reasons);
     const int closeConnectionRc = close(*socketDescriptorPtr);
-    traceExit(3009, "stapi_krv_gwycon.closeConnection(socketDescriptorPtr=%p) closeConnectionRc=%d\n",
+    traceExit(3009, ".closeConnection(socketDescriptorPtr=%p) closeConnectionRc=%d\n",
         static_cast<void*>(socketDescriptorPtr), closeConnectionRc);
     return closeConnectionRc;
 }
 
 int authorizeConnection(int socketDescriptor, ReasonCodes* reasons)
 {
-    traceEntry(3010, "stapi_krv_gwycon.authorizeConnection(socketDescriptor=%d, reasons=%p)\n", socketDescriptor,
-        static_cast<void*>(reasons));
+    traceEntry(
+        3010, ".authorizeConnection(socketDescriptor=%d, reasons=%p)\n", socketDescriptor, static_cast<void*>(reasons));
 
     AuthRequest request = {};
     request.callType = AUTH_CALL_INIT;
@@ -200,7 +195,7 @@ int authorizeConnection(int socketDescriptor, ReasonCodes* reasons)
         rc = flowAuthRequest(socketDescriptor, &request, reasons);
     }
 
-    traceExit(3011, "stapi_krv_gwycon.authorizeConnection(socketDescriptor=%d, reasons=%p) rc=%d\n", socketDescriptor,
+    traceExit(3011, ".authorizeConnection(socketDescriptor=%d, reasons=%p) rc=%d\n", socketDescriptor,
         static_cast<void*>(reasons), rc);
     return rc;
 }
@@ -212,8 +207,8 @@ int getHostInfo(char* address, int port, struct addrinfo** hostInfo)
     addrinfo hints = {};
     const int rc = getaddrinfo(address, portString, &hints, hostInfo);
     if (rc == 0) return 0;
-    traceExc(3012, "stapi_krv_gwycon.getHostInfo() Unable to resolve host (%s:%s): %s(%d)\n", orNull(address),
-        portString, gai_strerror(rc), rc);
+    traceExc(3012, ".getHostInfo() Unable to resolve host (%s:%s): %s(%d)\n", orNull(address), portString,
+        gai_strerror(rc), rc);
     return CONNECT_HOST_NOT_RESOLVED;
 }
 
@@ -236,7 +231,7 @@ int waitForConnection(int* socketDescriptorPtr, int* sockError)
         int selectErrno;
         for (;;) {
             limitWait(&connTimeOut);
-            traceDebug(3014, "stapi_krv_gwycon.waitForConnection Calling select() on socketdescriptor %d\n", descriptor);
+            traceDebug(3014, ".waitForConnection Calling select() on socketdescriptor %d\n", descriptor);
             rc = select(descriptor + 1, nullptr, asFdSet(&fdsWr), asFdSet(&fdsEx), &connTimeOut);
             selectErrno = errno;
             if (rc != -1 || selectErrno != EINTR) break;
@@ -252,16 +247,15 @@ int waitForConnection(int* socketDescriptorPtr, int* sockError)
             socklen_t size = sizeof socketerror;
             getsockopt(descriptor, SOL_SOCKET, SO_ERROR, &socketerror, &size);
             if (socketerror != 0) {
-                traceExc(3015, "stapi_krv_gwycon.waitForConnection socket %d connect() failed error %d\n", descriptor,
-                    socketerror);
+                traceExc(3015, ".waitForConnection socket %d connect() failed error %d\n", descriptor, socketerror);
                 *sockError = socketerror;
                 connectRc = CONNECT_OTHER_FAILURE;
             }
         } else if (rc == 0) {
-            traceExc(3016, "stapi_krv_gwycon.waitForConnection socket %d connect timed out\n", descriptor);
+            traceExc(3016, ".waitForConnection socket %d connect timed out\n", descriptor);
             connectRc = CONNECT_TIMED_OUT;
         } else if (rc < 0) {
-            traceExc(3017, "stapi_krv_gwycon.waitForConnection select call failed with error %d\n", selectErrno);
+            traceExc(3017, ".waitForConnection select call failed with error %d\n", selectErrno);
             *sockError = selectErrno;
             connectRc = CONNECT_OTHER_FAILURE;
         }

@@ -58,10 +58,9 @@ void discardToken(Internal_GatewayToken_t* token)
 int makeToken(Internal_GatewayToken_t** tokenPtr, int port)
 {
     auto* token = static_cast<Internal_GatewayToken_t*>(malloc(sizeof(Internal_GatewayToken_t)));
-    traceDebug(2038, "stapi_krv_gwytok.createGatewayToken Called malloc for %d bytes. rc=%p\n", TOKEN_SIZE,
-        static_cast<void*>(token));
+    traceDebug(2038, ".createGatewayToken Called malloc for %d bytes. rc=%p\n", TOKEN_SIZE, static_cast<void*>(token));
     if (!token) {
-        traceExc(2039, "stapi_krv_gwytok.createGatewayToken Failed to allocate %d bytes\n", TOKEN_SIZE);
+        traceExc(2039, ".createGatewayToken Failed to allocate %d bytes\n", TOKEN_SIZE);
         return KRVSTAT_OUT_OF_MEMORY;
     }
     memset(token, 0, sizeof *token);
@@ -73,8 +72,7 @@ int makeToken(Internal_GatewayToken_t** tokenPtr, int port)
     char eyecatcher[] = GATEWAY_RESULT_SET_EYECATCHER;
     const int resultSetRc = createResultSet(&token->connRSPtr, eyecatcher, RESULT_SET_OWNER_API);
     if (resultSetRc != KRVSTAT_OK) {
-        traceExc(
-            2036, "stapi_krv_gwytok.createGatewayToken Creation of resultset failed rc=%d\n", resultSetRc);
+        traceExc(2036, ".createGatewayToken Creation of resultset failed rc=%d\n", resultSetRc);
         discardToken(token);
         return resultSetRc;
     }
@@ -82,10 +80,10 @@ int makeToken(Internal_GatewayToken_t** tokenPtr, int port)
     getPidTid(&token->owningPid, &token->owningTid);
     token->protocolVersion = static_cast<char*>(malloc(PROTOCOL_VERSION_SIZE));
     token->resultSetBuf = static_cast<char*>(malloc(INITIAL_RESULT_SET_SIZE + RESULT_SET_ROOM));
-    traceDebug(2040, "stapi_krv_gwytok.createGatewayToken Called malloc for %d bytes. rc=%p\n",
-        INITIAL_RESULT_SET_SIZE, static_cast<void*>(token->resultSetBuf));
+    traceDebug(2040, ".createGatewayToken Called malloc for %d bytes. rc=%p\n", INITIAL_RESULT_SET_SIZE,
+        static_cast<void*>(token->resultSetBuf));
     if (!token->resultSetBuf) {
-        traceExc(2041, "stapi_krv_gwytok.createGatewayToken Failed to allocate %d bytes.\n", INITIAL_RESULT_SET_SIZE);
+        traceExc(2041, ".createGatewayToken Failed to allocate %d bytes.\n", INITIAL_RESULT_SET_SIZE);
         discardToken(token);
         return KRVSTAT_OUT_OF_MEMORY;
     }
@@ -123,13 +121,13 @@ void emptyToken(Internal_GatewayToken_t* token)
     }
     const int resultSetRc = deleteResultSet(&token->connRSPtr);
     if (resultSetRc != KRVSTAT_OK) {
-        traceExc(2037, "stapi_krv_gwytok.deleteGatewayToken Unable to delete ResultSet. rc=%d\n", resultSetRc);
+        traceExc(2037, ".deleteGatewayToken Unable to delete ResultSet. rc=%d\n", resultSetRc);
     }
-    traceDebug(2043, "stapi_krv_gwytok.deleteGatewayToken About to free resultSetBuffer (%p)\n",
-        static_cast<void*>(token->resultSetBuf));
+    traceDebug(
+        2043, ".deleteGatewayToken About to free resultSetBuffer (%p)\n", static_cast<void*>(token->resultSetBuf));
     free(token->resultSetBuf);
     token->resultSetBuf = nullptr;
-    traceDebug(2044, "stapi_krv_gwytok.deleteGatewayToken About to free protocolVersion String (%p)\n",
+    traceDebug(2044, ".deleteGatewayToken About to free protocolVersion String (%p)\n",
         static_cast<void*>(token->protocolVersion));
     free(token->protocolVersion);
     token->protocolVersion = nullptr;
@@ -150,13 +148,13 @@ void unlinkToken(Internal_GatewayToken_t* token, Internal_GatewayToken_t* parent
 void destroyToken(const KRV_GatewayToken_t* gwTokPtr, Internal_GatewayToken_t* token)
 {
     emptyToken(token);
-    traceDebug(2010, "stapi_krv_gwytok.deleteGatewayToken(&gwTokPtr=%p) Free gateway token(%p) \n",
-        static_cast<const void*>(gwTokPtr), static_cast<void*>(token));
+    traceDebug(2010, ".deleteGatewayToken(&gwTokPtr=%p) Free gateway token(%p) \n", static_cast<const void*>(gwTokPtr),
+        static_cast<void*>(token));
     const volatile uintptr_t freed = reinterpret_cast<uintptr_t>(token); // volatile: only a number from here on
     free(token);
     // NOLINTNEXTLINE(clang-analyzer-unix.Malloc): nothing is read through the number
-    traceDebug(2011, "stapi_krv_gwytok.deleteGatewayToken(&gwTokPtr=%p) Freed gateway token(%p) \n",
-        static_cast<const void*>(gwTokPtr), reinterpret_cast<void*>(freed));
+    traceDebug(2011, ".deleteGatewayToken(&gwTokPtr=%p) Freed gateway token(%p) \n", static_cast<const void*>(gwTokPtr),
+        reinterpret_cast<void*>(freed));
 }
 
 // Takes the token off the list. True if it is the caller's to destroy; false if a call in progress will do it. The
@@ -240,7 +238,7 @@ int deleteToken(
 int appendToken(Internal_GatewayToken_t* newToken, CallSlot** slotPtr)
 {
     if (gtListHeadPtr && !gtListTailPtr) {
-        traceExc(2020, "stapi_krv_gwytok.chainGatewayToken() GTL state is corrupt - head(%p) tail (%p)\n",
+        traceExc(2020, ".chainGatewayToken() GTL state is corrupt - head(%p) tail (%p)\n",
             static_cast<void*>(gtListHeadPtr), static_cast<void*>(gtListTailPtr));
         return KRVSTAT_GTL_CORRUPT;
     }
@@ -259,18 +257,18 @@ int appendToken(Internal_GatewayToken_t* newToken, CallSlot** slotPtr)
 
 int chainToken(Internal_GatewayToken_t* newToken, CallSlot** slotPtr)
 {
-    traceEntry(2019, "stapi_krv_gwytok.chainGatewayToken(newToken=%p)\n", static_cast<void*>(newToken));
+    traceEntry(2019, ".chainGatewayToken(newToken=%p)\n", static_cast<void*>(newToken));
     int gwyTokRc = KRVSTAT_OK;
     if (!newToken) {
         gwyTokRc = KRVSTAT_NULL_GATEWAY_TOKEN_POINTER;
-        traceExc(2021, "stapi_krv_gwytok.chainGatewayToken() Chain request was for a null token\n");
+        traceExc(2021, ".chainGatewayToken() Chain request was for a null token\n");
     } else if (!lockList()) {
         gwyTokRc = KRVSTAT_CONNECT_TIMEOUT;
     } else {
         gwyTokRc = appendToken(newToken, slotPtr);
         unlockList();
     }
-    traceExit(2022, "stapi_krv_gwytok.chainGatewayToken(newToken=%p) rc=%d\n", static_cast<void*>(newToken), gwyTokRc);
+    traceExit(2022, ".chainGatewayToken(newToken=%p) rc=%d\n", static_cast<void*>(newToken), gwyTokRc);
     return gwyTokRc;
 }
 
@@ -282,18 +280,18 @@ int checkToken(Internal_GatewayToken_t* gwTokPtr, CallSlot** slotPtr)
     getPidTid(&currentPid, &currentTid);
     const int findRc = findGatewayToken(gwTokPtr, nullptr);
     if (findRc != GTL_TOKEN_FOUND) {
-        traceExc(2007, "stapi_krv_gwytok.verifyGatewayToken(&gwTokPtr=%p) Gateway token not found - findRc=%d\n",
+        traceExc(2007, ".verifyGatewayToken(&gwTokPtr=%p) Gateway token not found - findRc=%d\n",
             static_cast<void*>(gwTokPtr), findRc);
         return KRVSTAT_GATEWAY_TOKEN_NOT_FOUND;
     }
     if (currentPid != gwTokPtr->owningPid) {
-        traceExc(2032, "stapi_krv_gwytok.verifyGatewayToken PID mismatch: currentPid=%d, owningPid=%d\n",
-            static_cast<int>(currentPid), static_cast<int>(gwTokPtr->owningPid));
+        traceExc(2032, ".verifyGatewayToken PID mismatch: currentPid=%d, owningPid=%d\n", static_cast<int>(currentPid),
+            static_cast<int>(gwTokPtr->owningPid));
         return KRVSTAT_PID_MISMATCH;
     }
     if (!compareTids(currentTid, gwTokPtr->owningTid)) {
-        traceExc(2033, "stapi_krv_gwytok.verifyGatewayToken TID mismatch: currentTid=%d, owningTid=%d\n",
-            static_cast<int>(currentTid), static_cast<int>(gwTokPtr->owningTid));
+        traceExc(2033, ".verifyGatewayToken TID mismatch: currentTid=%d, owningTid=%d\n", static_cast<int>(currentTid),
+            static_cast<int>(gwTokPtr->owningTid));
         return KRVSTAT_TID_MISMATCH;
     }
     if (slotPtr) {
@@ -305,7 +303,7 @@ int checkToken(Internal_GatewayToken_t* gwTokPtr, CallSlot** slotPtr)
 
 int verifyToken(Internal_GatewayToken_t* gwTokPtr, CallSlot** slotPtr)
 {
-    traceEntry(2006, "stapi_krv_gwytok.verifyGatewayToken(&gwTokPtr=%p)\n", static_cast<void*>(gwTokPtr));
+    traceEntry(2006, ".verifyGatewayToken(&gwTokPtr=%p)\n", static_cast<void*>(gwTokPtr));
     int gwyTokRc = KRVSTAT_GATEWAY_PROTOCOL_ERROR;
     if (lockList()) {
         gwyTokRc = checkToken(gwTokPtr, slotPtr);
@@ -313,8 +311,7 @@ int verifyToken(Internal_GatewayToken_t* gwTokPtr, CallSlot** slotPtr)
     } else if (slotPtr) {
         condemnToken(gwTokPtr);
     }
-    traceExit(2008, "stapi_krv_gwytok.verifyGatewayToken(&gwTokPtr=%p) rc=%d\n", static_cast<void*>(gwTokPtr),
-        gwyTokRc);
+    traceExit(2008, ".verifyGatewayToken(&gwTokPtr=%p) rc=%d\n", static_cast<void*>(gwTokPtr), gwyTokRc);
     return gwyTokRc;
 }
 
@@ -329,17 +326,17 @@ bool deleteHead(int deleted)
     if (indexToken) {
         char text[FORMATTED_TOKEN_SIZE];
         formatGatewayToken(indexToken, text);
-        traceEvent(2034, "stapi_krv_gwytok.deleteGatewayTokens(indexToken=%p) GTL entry %4.4d: %s\n",
-            static_cast<void*>(indexToken), deleted, text);
-        traceEntry(2009, "stapi_krv_gwytok.deleteGatewayToken(&gwTokPtr=%p, lockRequired=%d)\n",
-            static_cast<void*>(&indexToken), GTL_LOCK_HELD);
+        traceEvent(2034, ".deleteGatewayTokens(indexToken=%p) GTL entry %4.4d: %s\n", static_cast<void*>(indexToken),
+            deleted, text);
+        traceEntry(2009, ".deleteGatewayToken(&gwTokPtr=%p, lockRequired=%d)\n", static_cast<void*>(&indexToken),
+            GTL_LOCK_HELD);
         ours = removeToken(indexToken, nullptr);
     }
     unlockList();
     if (!indexToken) return false;
     if (ours) destroyToken(&indexToken, indexToken);
-    traceExit(2012, "stapi_krv_gwytok.deleteGatewayToken(&gwTokPtr=%p, lockRequired=%d) rc=%d\n",
-        static_cast<void*>(&indexToken), GTL_LOCK_HELD, KRVSTAT_OK);
+    traceExit(2012, ".deleteGatewayToken(&gwTokPtr=%p, lockRequired=%d) rc=%d\n", static_cast<void*>(&indexToken),
+        GTL_LOCK_HELD, KRVSTAT_OK);
     return true;
 }
 
@@ -371,9 +368,9 @@ void dumpToken(int entryNumber, Internal_GatewayToken_t* token)
 
 int initGTL()
 {
-    traceEntry(2030, "stapi_krv_gwytok.initGTL()\n");
+    traceEntry(2030, ".initGTL()\n");
     const int initLockRc = initializeLock(&gtlLock);
-    traceExit(2031, "stapi_krv_gwytok.initGTL() initLockRc=%d, rc=%d\n", initLockRc,
+    traceExit(2031, ".initGTL() initLockRc=%d, rc=%d\n", initLockRc,
         initLockRc == 0 || initLockRc == 1 ? KRVSTAT_OK : KRVSTAT_LOCK_INIT_FAILED);
     return initLockRc;
 }
@@ -392,8 +389,8 @@ void forgetListHolders()
 
 int createForCall(KRV_GatewayToken_t* gwTokPtr, char* hostname, int port, CallSlot** slotPtr)
 {
-    traceEntry(2000, "stapi_krv_gwytok.createGatewayToken(&gwTokPtr=%p, hostname=%s, port=%d)\n",
-        static_cast<void*>(gwTokPtr), orNull(hostname), port);
+    traceEntry(2000, ".createGatewayToken(&gwTokPtr=%p, hostname=%s, port=%d)\n", static_cast<void*>(gwTokPtr),
+        orNull(hostname), port);
 
     Internal_GatewayToken_t* token = nullptr;
     CallSlot* slot = nullptr;
@@ -410,7 +407,7 @@ int createForCall(KRV_GatewayToken_t* gwTokPtr, char* hostname, int port, CallSl
         ReasonCodes reasons = {};
         gwyTokRc = mapCommsResult(statProtocolVer(token, &reasons), &reasons);
         if (gwyTokRc != KRVSTAT_OK) {
-            traceEvent(2042, "stapi_krv_gwytok.createGatewayToken Removing GatewayToken %p due to comms failure %d\n",
+            traceEvent(2042, ".createGatewayToken Removing GatewayToken %p due to comms failure %d\n",
                 static_cast<void*>(token), gwyTokRc);
             gwyTokRc = endFailedOpen(&token, slot, gwyTokRc);
         }
@@ -418,13 +415,13 @@ int createForCall(KRV_GatewayToken_t* gwTokPtr, char* hostname, int port, CallSl
     if (gwyTokRc == KRVSTAT_OK) {
         char text[FORMATTED_TOKEN_SIZE];
         formatGatewayToken(token, text);
-        traceEvent(2033, "stapi_krv_gwytok.createGatewayToken(&gwTokPtr=%p) %s\n", static_cast<void*>(gwTokPtr), text);
+        traceEvent(2033, ".createGatewayToken(&gwTokPtr=%p) %s\n", static_cast<void*>(gwTokPtr), text);
         *gwTokPtr = token;
         *slotPtr = slot;
     }
 
-    traceExit(2001, "stapi_krv_gwytok.createGatewayToken(&gwTokPtr=%p, hostname=%s, port=%d) rc=%d\n",
-        static_cast<void*>(gwTokPtr), orNull(hostname), port, gwyTokRc);
+    traceExit(2001, ".createGatewayToken(&gwTokPtr=%p, hostname=%s, port=%d) rc=%d\n", static_cast<void*>(gwTokPtr),
+        orNull(hostname), port, gwyTokRc);
     return gwyTokRc;
 }
 
@@ -443,30 +440,30 @@ int createGatewayToken(KRV_GatewayToken_t* gwTokPtr, char* hostname, int port)
 
 void removeAfterCall(KRV_GatewayToken_t* gwTokPtr, CallSlot* slot)
 {
-    traceEntry(2009, "stapi_krv_gwytok.deleteGatewayToken(&gwTokPtr=%p, lockRequired=%d)\n",
-        static_cast<void*>(gwTokPtr), GTL_LOCK_REQUIRED);
+    traceEntry(
+        2009, ".deleteGatewayToken(&gwTokPtr=%p, lockRequired=%d)\n", static_cast<void*>(gwTokPtr), GTL_LOCK_REQUIRED);
     const int gwyTokRc = deleteToken(gwTokPtr, *gwTokPtr, GTL_LOCK_REQUIRED, slot);
-    traceExit(2012, "stapi_krv_gwytok.deleteGatewayToken(&gwTokPtr=%p, lockRequired=%d) rc=%d\n",
-        static_cast<void*>(gwTokPtr), GTL_LOCK_REQUIRED, gwyTokRc);
+    traceExit(2012, ".deleteGatewayToken(&gwTokPtr=%p, lockRequired=%d) rc=%d\n", static_cast<void*>(gwTokPtr),
+        GTL_LOCK_REQUIRED, gwyTokRc);
 }
 
 int openStatsSocket(Internal_GatewayToken_t* gwTokPtr, char* hostname, int port)
 {
-    traceEntry(2002, "stapi_krv_gwytok.openStatsSocket(gwTokPtr=%p) Attempting to connect to %s:%d\n",
-        static_cast<void*>(gwTokPtr), orNull(hostname), port);
+    traceEntry(2002, ".openStatsSocket(gwTokPtr=%p) Attempting to connect to %s:%d\n", static_cast<void*>(gwTokPtr),
+        orNull(hostname), port);
     const int connectRc = connectToGateway(port, hostname, &gwTokPtr->socketDescriptor);
     if (connectRc == 0) {
         setStatus(gwTokPtr, CONNECTION_CONNECTED);
-        traceEvent(2003, "stapi_krv_gwytok.openStatsSocket() Connected to Gateway %s:%u - socketDescriptor(%d)\n",
-            orNull(hostname), static_cast<unsigned int>(port), gwTokPtr->socketDescriptor);
+        traceEvent(2003, ".openStatsSocket() Connected to Gateway %s:%u - socketDescriptor(%d)\n", orNull(hostname),
+            static_cast<unsigned int>(port), gwTokPtr->socketDescriptor);
     } else {
         setStatus(gwTokPtr, CONNECTION_CONNECT_FAILED);
-        traceExc(2004, "stapi_krv_gwytok.openStatsSocket() Failed to connect to Gateway %s:%u, connect rc = %d\n",
-            orNull(hostname), static_cast<unsigned int>(port), connectRc);
+        traceExc(2004, ".openStatsSocket() Failed to connect to Gateway %s:%u, connect rc = %d\n", orNull(hostname),
+            static_cast<unsigned int>(port), connectRc);
     }
     const int gwyTokRc = mapConnectResult(connectRc);
-    traceExit(2005, "stapi_krv_gwytok.openStatsSocket(gwTokPtr=%p, hostname=%s, port=%d) rc=%d\n",
-        static_cast<void*>(gwTokPtr), orNull(hostname), port, gwyTokRc);
+    traceExit(2005, ".openStatsSocket(gwTokPtr=%p, hostname=%s, port=%d) rc=%d\n", static_cast<void*>(gwTokPtr),
+        orNull(hostname), port, gwyTokRc);
     return gwyTokRc;
 }
 
@@ -491,8 +488,8 @@ int interruptGatewayToken(Internal_GatewayToken_t* token)
 
 int deleteGatewayToken(KRV_GatewayToken_t* gwTokPtr, int lockRequired)
 {
-    traceEntry(2009, "stapi_krv_gwytok.deleteGatewayToken(&gwTokPtr=%p, lockRequired=%d)\n",
-        static_cast<void*>(gwTokPtr), lockRequired);
+    traceEntry(
+        2009, ".deleteGatewayToken(&gwTokPtr=%p, lockRequired=%d)\n", static_cast<void*>(gwTokPtr), lockRequired);
     int gwyTokRc;
     if (!gwTokPtr) {
         gwyTokRc = KRVSTAT_NULL_GATEWAY_TOKEN_POINTER;
@@ -501,31 +498,29 @@ int deleteGatewayToken(KRV_GatewayToken_t* gwTokPtr, int lockRequired)
     } else {
         gwyTokRc = deleteToken(gwTokPtr, *gwTokPtr, lockRequired, nullptr);
     }
-    traceExit(2012, "stapi_krv_gwytok.deleteGatewayToken(&gwTokPtr=%p, lockRequired=%d) rc=%d\n",
-        static_cast<void*>(gwTokPtr), lockRequired, gwyTokRc);
+    traceExit(2012, ".deleteGatewayToken(&gwTokPtr=%p, lockRequired=%d) rc=%d\n", static_cast<void*>(gwTokPtr),
+        lockRequired, gwyTokRc);
     return gwyTokRc;
 }
 
 int deleteGatewayTokens()
 {
-    traceEntry(2013, "stapi_krv_gwytok.deleteGatewayTokens()\n");
+    traceEntry(2013, ".deleteGatewayTokens()\n");
     int gwyTokRc = GTL_NOTHING_TO_DO;
     int deleted = 0;
     for (; deleted < GTL_RUNAWAY_LIMIT && deleteHead(deleted); ++deleted) gwyTokRc = KRVSTAT_OK;
     if (deleted == GTL_RUNAWAY_LIMIT) {
         gwyTokRc = GTL_RUNAWAY;
-        traceExc(2014, "stapi_krv_gwytok.deleteGatewayTokens() GTL iteration has hit RUNAWAY limit %d.....\n",
-            GTL_RUNAWAY_LIMIT);
+        traceExc(2014, ".deleteGatewayTokens() GTL iteration has hit RUNAWAY limit %d.....\n", GTL_RUNAWAY_LIMIT);
     }
-    traceExit(2015, "stapi_krv_gwytok.deleteGatewayTokens() Entries deleted=%d rc=%d\n", deleted, gwyTokRc);
+    traceExit(2015, ".deleteGatewayTokens() Entries deleted=%d rc=%d\n", deleted, gwyTokRc);
     return gwyTokRc;
 }
 
 int formatGatewayToken(Internal_GatewayToken_t* gwTokPtr, char* formattedToken)
 {
     if (!formattedToken) {
-        traceExc(2035,
-            "stapi_krv_gwytok.formatGatewayToken(gwTokPtr=%p, formattedToken=%p) function received a null parameter\n",
+        traceExc(2035, ".formatGatewayToken(gwTokPtr=%p, formattedToken=%p) function received a null parameter\n",
             static_cast<void*>(gwTokPtr), static_cast<void*>(formattedToken));
         return KRVSTAT_NULL_BUFFER;
     }
@@ -547,7 +542,7 @@ int formatGatewayToken(Internal_GatewayToken_t* gwTokPtr, char* formattedToken)
 
 int dumpGatewayTokens()
 {
-    traceEntry(2016, "stapi_krv_gwytok.dumpGatewayTokens()\n");
+    traceEntry(2016, ".dumpGatewayTokens()\n");
     int gwyTokRc = KRVSTAT_OK;
     int shown = 0;
 
@@ -573,13 +568,12 @@ int dumpGatewayTokens()
     releasePipeSignal(&held);
     if (shown == GTL_RUNAWAY_LIMIT) {
         gwyTokRc = GTL_RUNAWAY;
-        traceExc(2017,
-            "stapi_krv_gwytok.dumpGatewayTokens() Gateway Token List iteration has hit RUNAWAY limit %d.....\n",
+        traceExc(2017, ".dumpGatewayTokens() Gateway Token List iteration has hit RUNAWAY limit %d.....\n",
             GTL_RUNAWAY_LIMIT);
     }
     unlockList();
 
-    traceExit(2018, "stapi_krv_gwytok.dumpGatewayTokens() rc=%d\n", gwyTokRc);
+    traceExit(2018, ".dumpGatewayTokens() rc=%d\n", gwyTokRc);
     return gwyTokRc;
 }
 
@@ -590,18 +584,18 @@ int chainGatewayToken(Internal_GatewayToken_t* newToken)
 
 int findGatewayToken(Internal_GatewayToken_t* targetToken, Internal_GatewayToken_t** parentTokenPtrPtr)
 {
-    traceEntry(2023, "stapi_krv_gwytok.findGatewayToken(targetToken=%p, &parentTokenPtr=%p)\n",
-        static_cast<void*>(targetToken), static_cast<void*>(parentTokenPtrPtr));
+    traceEntry(2023, ".findGatewayToken(targetToken=%p, &parentTokenPtr=%p)\n", static_cast<void*>(targetToken),
+        static_cast<void*>(parentTokenPtrPtr));
     int findRc = GTL_TOKEN_NOT_FOUND;
     Internal_GatewayToken_t* parent = nullptr;
 
     if (!targetToken) {
         findRc = GTL_NULL_TARGET;
-        traceExc(2028, "stapi_krv_gwytok.findGatewayToken() Target was a null token\n");
+        traceExc(2028, ".findGatewayToken() Target was a null token\n");
     } else if (!gtListHeadPtr) {
         findRc = GTL_EMPTY;
         // The same words as for a damaged list.
-        traceExc(2027, "stapi_krv_gwytok.findGatewayToken() GTL state is corrupt - head(%p) tail (%p)\n",
+        traceExc(2027, ".findGatewayToken() GTL state is corrupt - head(%p) tail (%p)\n",
             static_cast<void*>(gtListHeadPtr), static_cast<void*>(gtListTailPtr));
     } else {
         int count = 0;
@@ -619,18 +613,16 @@ int findGatewayToken(Internal_GatewayToken_t* targetToken, Internal_GatewayToken
 
         if (findRc == GTL_TOKEN_FOUND) {
             if (parentTokenPtrPtr) *parentTokenPtrPtr = parent;
-            traceDebug(2026, "stapi_krv_gwytok.findGatewayToken() Target token found at GTL Entry(%d)\n", count);
+            traceDebug(2026, ".findGatewayToken() Target token found at GTL Entry(%d)\n", count);
         } else if (count == GTL_RUNAWAY_LIMIT) {
             findRc = GTL_RUNAWAY;
-            traceExc(2024, "stapi_krv_gwytok.findGatewayToken() GTL iteration has hit RUNAWAY limit %d.....\n",
-                GTL_RUNAWAY_LIMIT);
+            traceExc(2024, ".findGatewayToken() GTL iteration has hit RUNAWAY limit %d.....\n", GTL_RUNAWAY_LIMIT);
         } else {
-            traceDebug(2025,
-                "stapi_krv_gwytok.findGatewayToken() Target token not found. GTL entries(%d) head(%p) last(%p)\n",
-                count, static_cast<void*>(gtListHeadPtr), static_cast<void*>(current));
+            traceDebug(2025, ".findGatewayToken() Target token not found. GTL entries(%d) head(%p) last(%p)\n", count,
+                static_cast<void*>(gtListHeadPtr), static_cast<void*>(current));
         }
     }
-    traceExit(2029, "stapi_krv_gwytok.findGatewayToken(targetToken=%p, &parentTokenPtr=%p) rc=%d\n",
-        static_cast<void*>(targetToken), static_cast<void*>(parentTokenPtrPtr), findRc);
+    traceExit(2029, ".findGatewayToken(targetToken=%p, &parentTokenPtr=%p) rc=%d\n", static_cast<void*>(targetToken),
+        static_cast<void*>(parentTokenPtrPtr), findRc);
     return findRc;
 }

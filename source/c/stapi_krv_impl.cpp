@@ -85,8 +85,7 @@ int runInitSteps()
     }
     rc = initGTL();
     if (rc != 0) {
-        traceExc(1124,
-            "stapi_krv_impl.stapiInit() Initialization of krvstats API Gateway Token List has failed. rc=%d\n", rc);
+        traceExc(1124, ".stapiInit() Initialization of krvstats API Gateway Token List has failed. rc=%d\n", rc);
         return rc;
     }
     pthread_atfork(prepareTraceForFork, resumeTraceAfterFork, startInChild);
@@ -167,43 +166,40 @@ constexpr TextCopy nativeCopy = {"dup2NativeString", false, 1116, 1117, 1119, 11
 
 int copyText(const TextCopy& kind, char* in, char** out)
 {
-    traceEntry(kind.entry, "stapi_krv_impl.%s(in=%p, &out=%p)\n", kind.function, static_cast<void*>(in),
-        static_cast<void*>(out));
+    traceEntry(kind.entry, ".%s(in=%p, &out=%p)\n", kind.function, static_cast<void*>(in), static_cast<void*>(out));
     int rc = 0;
     const size_t size = in ? strlen(in) + 1 : 0;
     if (!in || !out || size > COPY_SIZE_LIMIT) {
         rc = -2;
-        traceExc(kind.excArgument, "stapi_krv_impl.%s() supplied input data pointer was NULL or overlength\n",
-            kind.function);
+        traceExc(kind.excArgument, ".%s() supplied input data pointer was NULL or overlength\n", kind.function);
     } else {
         const int bytes = static_cast<int>(size);
         char* const previous = kind.replaces ? *out : nullptr;
         char* copy = static_cast<char*>(malloc(size));
         if (kind.replaces) {
-            traceDebug(kind.debugAllocate, "stapi_krv_impl.%s() called malloc for %d bytes. rc=%p\n", kind.function,
-                bytes, static_cast<void*>(copy));
+            traceDebug(kind.debugAllocate, ".%s() called malloc for %d bytes. rc=%p\n", kind.function, bytes,
+                static_cast<void*>(copy));
         } else {
-            traceDebug(kind.debugAllocate, "stapi_krv_impl.%s() called strdup for %d bytes. rc=0x%p\n", kind.function,
-                bytes, static_cast<void*>(copy));
+            traceDebug(kind.debugAllocate, ".%s() called strdup for %d bytes. rc=0x%p\n", kind.function, bytes,
+                static_cast<void*>(copy));
         }
         if (!copy) {
             rc = -1;
-            traceExc(
-                kind.excAllocate, "stapi_krv_impl.%s() Failed to allocate %d bytes\n", kind.function, bytes);
+            traceExc(kind.excAllocate, ".%s() Failed to allocate %d bytes\n", kind.function, bytes);
         } else {
             if (kind.replaces) {
-                traceDebug(kind.debugCopy, "stapi_krv_impl.%s() using memcpy() on writePtr(%p) bytes(%d)\n",
-                    kind.function, static_cast<void*>(copy), bytes);
+                traceDebug(kind.debugCopy, ".%s() using memcpy() on writePtr(%p) bytes(%d)\n", kind.function,
+                    static_cast<void*>(copy), bytes);
             } else {
-                traceDebug(kind.debugCopy, "stapi_krv_impl.%s() about to memcpy for %d bytes. \n", kind.function, bytes);
+                traceDebug(kind.debugCopy, ".%s() about to memcpy for %d bytes. \n", kind.function, bytes);
             }
             memcpy(copy, in, size);
         }
         *out = copy;
         free(previous); // last, in case it is the text that was copied
     }
-    traceExit(kind.exit, "stapi_krv_impl.%s(in=%p, &out=%p) rc=%d\n", kind.function, static_cast<void*>(in),
-        static_cast<void*>(out), rc);
+    traceExit(
+        kind.exit, ".%s(in=%p, &out=%p) rc=%d\n", kind.function, static_cast<void*>(in), static_cast<void*>(out), rc);
     return rc;
 }
 
@@ -543,14 +539,14 @@ bool readQueryHeader(const Worker& worker, const Internal_ResultSetToken_t* resu
     step->queryElementRC = readHostI32(&position->reader);
     if (position->reader.spent) return false;
     traceDebug(worker.header,
-        "stapi_krv_impl.%s Processing query header %d of %d. Resultset=%p, Datacursor=%p, queryElementLen=%d, "
+        ".%s Processing query header %d of %d. Resultset=%p, Datacursor=%p, queryElementLen=%d, "
         "queryElementPtr=%p, queryElementRC=%d\n",
         worker.function, position->queryIndex, position->queryCount, static_cast<const void*>(resultSet),
         static_cast<void*>(at(position)), step->queryElementLen, static_cast<void*>(step->queryElementPtr),
         step->queryElementRC);
     if (worker.caching != 0) {
         traceDebug(worker.caching,
-            "stapi_krv_impl.%s Caching new query element details. Resultset=%p, Datacursor=%p, queryElementLen=%d, "
+            ".%s Caching new query element details. Resultset=%p, Datacursor=%p, queryElementLen=%d, "
             "queryElementPtr=%p, queryElementRC=%d\n",
             worker.function, static_cast<const void*>(resultSet), static_cast<void*>(at(position)),
             step->queryElementLen, static_cast<void*>(step->queryElementPtr), step->queryElementRC);
@@ -563,8 +559,8 @@ bool readElement(const Worker& worker, const Internal_ResultSetToken_t* resultSe
 {
     if (!readText(&position->reader, &step->idPtr, &step->idLen)) return false;
     traceDebug(worker.processing,
-        "stapi_krv_impl.%s Processing queryIndex=%d, elementResultIndex=%d. Resultset=%p, dataCursor=%p, %s=%d\n",
-        worker.function, position->queryIndex, position->elementResultIndex, static_cast<const void*>(resultSet),
+        ".%s Processing queryIndex=%d, elementResultIndex=%d. Resultset=%p, dataCursor=%p, %s=%d\n", worker.function,
+        position->queryIndex, position->elementResultIndex, static_cast<const void*>(resultSet),
         static_cast<void*>(at(position)), worker.stats ? "statIdLen" : "idLen", step->idLen);
     if (worker.stats && !readText(&position->reader, &step->valuePtr, &step->valueLen)) return false;
     step->hasElement = true;
@@ -572,8 +568,8 @@ bool readElement(const Worker& worker, const Internal_ResultSetToken_t* resultSe
     if (++position->elementResultIndex > position->elementResultCount) {
         position->elementResultIndex = 0;
         ++position->queryIndex;
-        traceDebug(worker.endOfSubset, "stapi_krv_impl.%s End of subset queryIndex=%d. Resultset=%p\n",
-            worker.function, position->queryIndex, static_cast<const void*>(resultSet));
+        traceDebug(worker.endOfSubset, ".%s End of subset queryIndex=%d. Resultset=%p\n", worker.function,
+            position->queryIndex, static_cast<const void*>(resultSet));
     }
     return true;
 }
@@ -590,8 +586,7 @@ bool takeStep(const Worker& worker, const Internal_ResultSetToken_t* resultSet, 
         if (!readQueryHeader(worker, resultSet, position, step)) return false;
         if (step->queryElementRC < 0) {
             if (worker.negative != 0) {
-                traceEvent(worker.negative,
-                    "stapi_krv_impl.%s(rsPtr=%p,%s=%p) Found negative queryElementRC(%d)\n", worker.function,
+                traceEvent(worker.negative, ".%s(rsPtr=%p,%s=%p) Found negative queryElementRC(%d)\n", worker.function,
                     static_cast<const void*>(resultSet), worker.recordName, record, step->queryElementRC);
             }
             ++position->queryIndex;
@@ -602,8 +597,8 @@ bool takeStep(const Worker& worker, const Internal_ResultSetToken_t* resultSet, 
         if (position->reader.spent) return false;
     }
     if (!readElement(worker, resultSet, position, step)) return false;
-    traceEvent(worker.success, "stapi_krv_impl.%s Successfully retrieved %s from resultset %p\n", worker.function,
-        worker.retrieved, static_cast<const void*>(resultSet));
+    traceEvent(worker.success, ".%s Successfully retrieved %s from resultset %p\n", worker.function, worker.retrieved,
+        static_cast<const void*>(resultSet));
     return true;
 }
 
@@ -623,8 +618,8 @@ void storePosition(Internal_ResultSetToken_t* resultSet, const Position* positio
 // whether the walk started at the beginning.
 int walk(const Worker& worker, Internal_ResultSetToken_t* resultSet, const void* record, Step* step)
 {
-    traceEntry(worker.entry, "stapi_krv_impl.%s(rsPtr=%p,%s=%p)\n", worker.function, static_cast<void*>(resultSet),
-        worker.recordName, record);
+    traceEntry(worker.entry, ".%s(rsPtr=%p,%s=%p)\n", worker.function, static_cast<void*>(resultSet), worker.recordName,
+        record);
     Position position = {readerFrom(resultSet, resultSet->cursor), resultSet->queryCount, resultSet->queryIndex,
         resultSet->elementResultCount, resultSet->elementResultIndex};
     step->fromStart = worker.first || resultSet->queryIndex == 0;
@@ -632,9 +627,8 @@ int walk(const Worker& worker, Internal_ResultSetToken_t* resultSet, const void*
     bool more = true;
     if (step->fromStart) more = startWalk(worker, resultSet, &position);
     if (step->fromStart && more && worker.notStarted != 0) {
-        traceDebug(worker.notStarted, "stapi_krv_impl.%s No getFirst%s() called on Resultset=%p. Datacursor=%p\n",
-            worker.function, worker.stats ? "Stat" : "Id", static_cast<void*>(resultSet),
-            static_cast<void*>(at(&position)));
+        traceDebug(worker.notStarted, ".%s No getFirst%s() called on Resultset=%p. Datacursor=%p\n", worker.function,
+            worker.stats ? "Stat" : "Id", static_cast<void*>(resultSet), static_cast<void*>(at(&position)));
     }
     if (more && !worker.first) more = !atEnd(&position);
     if (more) more = takeStep(worker, resultSet, record, &position, step);
@@ -642,9 +636,9 @@ int walk(const Worker& worker, Internal_ResultSetToken_t* resultSet, const void*
 
     const int krvStatRc = more ? KRVSTAT_OK : KRVSTAT_RESULT_SET_EMPTY;
     if (worker.stats) {
-        traceExit(worker.exit, "stapi_krv_impl.%s() last=%d rc=%d\n", worker.function, !more, krvStatRc);
+        traceExit(worker.exit, ".%s() last=%d rc=%d\n", worker.function, !more, krvStatRc);
     } else {
-        traceExit(worker.exit, "stapi_krv_impl.%s() endOfResults=%d krvStatRc=%d\n", worker.function, !more, krvStatRc);
+        traceExit(worker.exit, ".%s() endOfResults=%d krvStatRc=%d\n", worker.function, !more, krvStatRc);
     }
     return krvStatRc;
 }

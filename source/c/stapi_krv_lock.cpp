@@ -27,7 +27,7 @@ int initializeLock(stapilock* lockPtr)
 {
     if (isUsable(lockPtr)) return 1;
     if (pthread_mutex_init(&lockPtr->lock, nullptr) != 0) {
-        traceExcUnlocked(3101, "stapi_krv_lock.initializeLock(lockPtr=%p) Lock initialization failed errno=%d\n",
+        traceExcUnlocked(3101, ".initializeLock(lockPtr=%p) Lock initialization failed errno=%d\n",
             static_cast<void*>(lockPtr), errno);
         return -2;
     }
@@ -38,13 +38,12 @@ int initializeLock(stapilock* lockPtr)
 int requestLock(stapilock* lockPtr)
 {
     if (!isUsable(lockPtr)) {
-        traceExcUnlocked(
-            3104, "stapi_krv_lock.requestLock(lockPtr=%p) Lock not initialized\n", static_cast<void*>(lockPtr));
+        traceExcUnlocked(3104, ".requestLock(lockPtr=%p) Lock not initialized\n", static_cast<void*>(lockPtr));
         return -1;
     }
     if (pthread_mutex_lock(&lockPtr->lock) != 0) {
-        traceExcUnlocked(3105, "stapi_krv_lock.requestLock(lockPtr=%p) Lock request failed errno=%d\n",
-            static_cast<void*>(lockPtr), errno);
+        traceExcUnlocked(
+            3105, ".requestLock(lockPtr=%p) Lock request failed errno=%d\n", static_cast<void*>(lockPtr), errno);
         return -4;
     }
     return 0;
@@ -53,13 +52,12 @@ int requestLock(stapilock* lockPtr)
 int releaseLock(stapilock* lockPtr)
 {
     if (!isUsable(lockPtr)) {
-        traceExcUnlocked(
-            3108, "stapi_krv_lock.releaseLock(lockPtr=%p) Lock not initialized\n", static_cast<void*>(lockPtr));
+        traceExcUnlocked(3108, ".releaseLock(lockPtr=%p) Lock not initialized\n", static_cast<void*>(lockPtr));
         return -1;
     }
     if (pthread_mutex_unlock(&lockPtr->lock) != 0) {
-        traceExcUnlocked(3109, "stapi_krv_lock.releaseLock(lockPtr=%p) Lock release failed errno=%d\n",
-            static_cast<void*>(lockPtr), errno);
+        traceExcUnlocked(
+            3109, ".releaseLock(lockPtr=%p) Lock release failed errno=%d\n", static_cast<void*>(lockPtr), errno);
         return -5;
     }
     return 0;
@@ -73,13 +71,12 @@ int isLockInitialized(stapilock* lockPtr)
 int destroyLock(stapilock* lockPtr)
 {
     if (!isUsable(lockPtr)) {
-        traceExcUnlocked(
-            3112, "stapi_krv_lock.destroyLock(lockPtr=%p) Lock not initialized\n", static_cast<void*>(lockPtr));
+        traceExcUnlocked(3112, ".destroyLock(lockPtr=%p) Lock not initialized\n", static_cast<void*>(lockPtr));
         return -1;
     }
     if (pthread_mutex_destroy(&lockPtr->lock) != 0) {
-        traceExcUnlocked(3113, "stapi_krv_lock.destroyLock(lockPtr=%p) Lock destroy failed errno=%d\n",
-            static_cast<void*>(lockPtr), errno);
+        traceExcUnlocked(
+            3113, ".destroyLock(lockPtr=%p) Lock destroy failed errno=%d\n", static_cast<void*>(lockPtr), errno);
         return -4;
     }
     lockPtr->initialized = STAPILOCK_DESTROYED;

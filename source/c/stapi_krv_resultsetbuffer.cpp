@@ -29,24 +29,23 @@ struct CopyOperation {
 
 int copyText(const CopyOperation& operation, char** bufWPtr, char* textPtr, int charCount)
 {
-    traceEntry(operation.entry, "stapi_krv_resultsetbuffer.%s(&bufWPtr=%p,textPtr=%p,charCount=%d)\n", operation.name,
+    traceEntry(operation.entry, ".%s(&bufWPtr=%p,textPtr=%p,charCount=%d)\n", operation.name,
         static_cast<void*>(bufWPtr), static_cast<void*>(textPtr), charCount);
     int krvStatRc = KRVSTAT_OK;
     if (!bufWPtr || !*bufWPtr || !textPtr) {
         krvStatRc = KRVSTAT_NULL_BUFFER;
-        traceExc(operation.exc,
-            "stapi_krv_resultsetbuffer.%s(&bufWPtr=%p,textPtr=%p,charCount=%d) function received a null parameter\n",
+        traceExc(operation.exc, ".%s(&bufWPtr=%p,textPtr=%p,charCount=%d) function received a null parameter\n",
             operation.name, static_cast<void*>(bufWPtr), static_cast<void*>(textPtr), charCount);
     } else {
-        traceDebug(operation.debug, "stapi_krv_resultsetbuffer.%s() using memcpy() on writeCursor(%p) charCount(%d)\n",
-            operation.name, static_cast<void*>(*bufWPtr), charCount);
+        traceDebug(operation.debug, ".%s() using memcpy() on writeCursor(%p) charCount(%d)\n", operation.name,
+            static_cast<void*>(*bufWPtr), charCount);
         if (charCount > 0) {
             memcpy(*bufWPtr, textPtr, static_cast<size_t>(charCount));
             *bufWPtr += charCount;
         }
     }
-    traceExit(operation.exit, "stapi_krv_resultsetbuffer.%s(&bufWPtr=%p,textPtr=%p,charCount=%d) rc=%d\n",
-        operation.name, static_cast<void*>(bufWPtr), static_cast<void*>(textPtr), charCount, krvStatRc);
+    traceExit(operation.exit, ".%s(&bufWPtr=%p,textPtr=%p,charCount=%d) rc=%d\n", operation.name,
+        static_cast<void*>(bufWPtr), static_cast<void*>(textPtr), charCount, krvStatRc);
     return krvStatRc;
 }
 
@@ -54,50 +53,43 @@ int copyText(const CopyOperation& operation, char** bufWPtr, char* textPtr, int 
 
 int addIdStr(char** bufWPtr, char* idString)
 {
-    traceEntry(2100, "stapi_krv_resultsetbuffer.addIdStr(&bufWPtr=%p,idString=%p)\n", static_cast<void*>(bufWPtr),
-        static_cast<void*>(idString));
+    traceEntry(2100, ".addIdStr(&bufWPtr=%p,idString=%p)\n", static_cast<void*>(bufWPtr), static_cast<void*>(idString));
     int krvStatRc = KRVSTAT_OK;
     if (!bufWPtr || !*bufWPtr || !idString) {
         krvStatRc = KRVSTAT_NULL_BUFFER;
-        traceExc(2101,
-            "stapi_krv_resultsetbuffer.addIdStr(&bufWPtr=%p,idString=%p) function received a null parameter\n",
+        traceExc(2101, ".addIdStr(&bufWPtr=%p,idString=%p) function received a null parameter\n",
             static_cast<void*>(bufWPtr), static_cast<void*>(idString));
     } else {
         const size_t length = strlen(idString);
         char* lengthPtr = *bufWPtr;
-        traceDebug(2102, "stapi_krv_resultsetbuffer.addIdStr Before writing id length, write cursor=%p\n",
-            static_cast<void*>(lengthPtr));
+        traceDebug(2102, ".addIdStr Before writing id length, write cursor=%p\n", static_cast<void*>(lengthPtr));
         storeWord(lengthPtr, static_cast<int32_t>(length));
-        traceDebug(2103,
-            "stapi_krv_resultsetbuffer.addIdStr Wrote length value %u to address %p, which reads back as %u\n",
+        traceDebug(2103, ".addIdStr Wrote length value %u to address %p, which reads back as %u\n",
             static_cast<unsigned int>(length), static_cast<void*>(lengthPtr),
             static_cast<unsigned int>(loadWord(lengthPtr)));
         char* textPtr = lengthPtr + sizeof(int32_t);
         memcpy(textPtr, idString, length + 1);
         *bufWPtr = textPtr + length;
-        traceDebug(2104,
-            "stapi_krv_resultsetbuffer.addIdStr Wrote string %s len %u to address %p, first char reads back as %c\n",
-            idString, static_cast<unsigned int>(length), static_cast<void*>(textPtr), *textPtr);
+        traceDebug(2104, ".addIdStr Wrote string %s len %u to address %p, first char reads back as %c\n", idString,
+            static_cast<unsigned int>(length), static_cast<void*>(textPtr), *textPtr);
     }
-    traceExit(2107, "stapi_krv_resultsetbuffer.addIdStr(&bufWPtr=%p,idString=%p) rc=%d\n", static_cast<void*>(bufWPtr),
+    traceExit(2107, ".addIdStr(&bufWPtr=%p,idString=%p) rc=%d\n", static_cast<void*>(bufWPtr),
         static_cast<void*>(idString), krvStatRc);
     return krvStatRc;
 }
 
 int addInteger(char** bufWPtr, int rsInt)
 {
-    traceEntry(2108, "stapi_krv_resultsetbuffer.addInteger(&bufWPtr=%p,rsInt=%d)\n", static_cast<void*>(bufWPtr), rsInt);
+    traceEntry(2108, ".addInteger(&bufWPtr=%p,rsInt=%d)\n", static_cast<void*>(bufWPtr), rsInt);
     int krvStatRc = KRVSTAT_OK;
     if (!bufWPtr || !*bufWPtr) {
         krvStatRc = KRVSTAT_NULL_BUFFER;
-        traceExc(2109, "stapi_krv_resultsetbuffer.addInteger(&bufWPtr=%p) function received a null parameter\n",
-            static_cast<void*>(bufWPtr));
+        traceExc(2109, ".addInteger(&bufWPtr=%p) function received a null parameter\n", static_cast<void*>(bufWPtr));
     } else {
         storeWord(*bufWPtr, rsInt);
         *bufWPtr += sizeof(int32_t);
     }
-    traceExit(2110, "stapi_krv_resultsetbuffer.addInteger(&bufWPtr=%p,rsInt=%d) rc=%d\n", static_cast<void*>(bufWPtr),
-        rsInt, krvStatRc);
+    traceExit(2110, ".addInteger(&bufWPtr=%p,rsInt=%d) rc=%d\n", static_cast<void*>(bufWPtr), rsInt, krvStatRc);
     return krvStatRc;
 }
 
@@ -115,45 +107,44 @@ int addPlatformChars(char** bufWPtr, char* textPtr, int charCount)
 
 int addTerminator(char* writeCursor)
 {
-    traceEntry(2120, "stapi_krv_resultsetbuffer.addTerminator(writeCursor=%p)\n", static_cast<void*>(writeCursor));
+    traceEntry(2120, ".addTerminator(writeCursor=%p)\n", static_cast<void*>(writeCursor));
     int krvStatRc = KRVSTAT_OK;
     if (!writeCursor) {
         krvStatRc = KRVSTAT_NULL_BUFFER;
-        traceExc(2121, "stapi_krv_resultsetbuffer.addTerminator(writeCursor=%p) function received a null parameter\n",
+        traceExc(2121, ".addTerminator(writeCursor=%p) function received a null parameter\n",
             static_cast<void*>(writeCursor));
     } else {
         storeWord(writeCursor, RESULT_SET_TERMINATOR);
     }
-    traceExit(2122, "stapi_krv_resultsetbuffer.addTerminator(writeCursor=%p) rc=%d\n", static_cast<void*>(writeCursor),
-        krvStatRc);
+    traceExit(2122, ".addTerminator(writeCursor=%p) rc=%d\n", static_cast<void*>(writeCursor), krvStatRc);
     return krvStatRc;
 }
 
 int checkTerminator(char* dataCursorPtr, int* isRSTermPtr)
 {
-    traceEntry(2123, "stapi_krv_resultsetbuffer.checkTerminator(dataCursor=%p, isRSTermPtr=%p)\n",
-        static_cast<void*>(dataCursorPtr), static_cast<void*>(isRSTermPtr));
+    traceEntry(2123, ".checkTerminator(dataCursor=%p, isRSTermPtr=%p)\n", static_cast<void*>(dataCursorPtr),
+        static_cast<void*>(isRSTermPtr));
     int krvStatRc = KRVSTAT_OK;
     if (!dataCursorPtr || !isRSTermPtr) {
         krvStatRc = KRVSTAT_NULL_BUFFER;
         traceExc(2124,
-            "stapi_krv_resultsetbuffer.checkTerminator(dataCursor=%p, isRSTermPtr=%p) function received a null "
+            ".checkTerminator(dataCursor=%p, isRSTermPtr=%p) function received a null "
             "parameter\n",
             static_cast<void*>(dataCursorPtr), static_cast<void*>(isRSTermPtr));
     } else {
         *isRSTermPtr = loadWord(dataCursorPtr) == RESULT_SET_TERMINATOR ? 1 : 0;
-        traceDebug(2125, "stapi_krv_resultsetbuffer.checkTerminator(dataCursor=%p, *isRSTermPtr=%d)\n",
-            static_cast<void*>(dataCursorPtr), *isRSTermPtr);
+        traceDebug(2125, ".checkTerminator(dataCursor=%p, *isRSTermPtr=%d)\n", static_cast<void*>(dataCursorPtr),
+            *isRSTermPtr);
     }
-    traceExit(2126, "stapi_krv_resultsetbuffer.checkTerminator(dataCursor=%p, isRSTermPtr=%p) rc=%d\n",
-        static_cast<void*>(dataCursorPtr), static_cast<void*>(isRSTermPtr), krvStatRc);
+    traceExit(2126, ".checkTerminator(dataCursor=%p, isRSTermPtr=%p) rc=%d\n", static_cast<void*>(dataCursorPtr),
+        static_cast<void*>(isRSTermPtr), krvStatRc);
     return krvStatRc;
 }
 
 int createResultSet(KRV_ResultSetToken_t* newRsTokPtr, char* eyecatcher, int owner)
 {
-    traceEntry(2127, "stapi_krv_resultsetbuffer.createResultSet(&newRsTokPtr=%p, eyecatcher=%p, owner=%x)\n",
-        static_cast<void*>(newRsTokPtr), static_cast<void*>(eyecatcher), static_cast<unsigned int>(owner));
+    traceEntry(2127, ".createResultSet(&newRsTokPtr=%p, eyecatcher=%p, owner=%x)\n", static_cast<void*>(newRsTokPtr),
+        static_cast<void*>(eyecatcher), static_cast<unsigned int>(owner));
     constexpr int recordSize = static_cast<int>(sizeof(Internal_ResultSetToken_t));
     int krvStatRc = KRVSTAT_OK;
     Internal_ResultSetToken_t* resultSet = nullptr;
@@ -161,23 +152,21 @@ int createResultSet(KRV_ResultSetToken_t* newRsTokPtr, char* eyecatcher, int own
     if (!newRsTokPtr || !eyecatcher) {
         krvStatRc = KRVSTAT_NULL_BUFFER;
         traceExc(2128,
-            "stapi_krv_resultsetbuffer.createResultSet(&newRsTokPtr=%p, eyecatcher=%p) function received a null "
+            ".createResultSet(&newRsTokPtr=%p, eyecatcher=%p) function received a null "
             "parameter\n",
             static_cast<void*>(newRsTokPtr), static_cast<void*>(eyecatcher));
     } else if (owner != RESULT_SET_OWNER_API && owner != RESULT_SET_OWNER_USER) {
         krvStatRc = KRVSTAT_INVALID_RESULT_SET_OWNER;
-        traceExc(2128, "stapi_krv_resultsetbuffer.createResultSet Owner %x was invalid\n",
-            static_cast<unsigned int>(owner));
+        traceExc(2128, ".createResultSet Owner %x was invalid\n", static_cast<unsigned int>(owner));
     }
 
     if (krvStatRc == KRVSTAT_OK) {
         resultSet = static_cast<Internal_ResultSetToken_t*>(malloc(sizeof *resultSet));
-        traceDebug(2129, "stapi_krv_resultsetbuffer.createResultSet Called malloc for %d bytes. rc=%p\n", recordSize,
-            static_cast<void*>(resultSet));
+        traceDebug(
+            2129, ".createResultSet Called malloc for %d bytes. rc=%p\n", recordSize, static_cast<void*>(resultSet));
         if (!resultSet) {
             krvStatRc = KRVSTAT_OUT_OF_MEMORY;
-            traceExc(
-                2130, "stapi_krv_resultsetbuffer.createResultSet Failed to allocate %d bytes\n", recordSize);
+            traceExc(2130, ".createResultSet Failed to allocate %d bytes\n", recordSize);
             *newRsTokPtr = nullptr;
         }
     }
@@ -185,12 +174,11 @@ int createResultSet(KRV_ResultSetToken_t* newRsTokPtr, char* eyecatcher, int own
     if (krvStatRc == KRVSTAT_OK) {
         memset(resultSet, 0, sizeof *resultSet);
         resultSet->validatedQueryPtr = static_cast<char*>(malloc(QUERY_TEXT_SIZE));
-        traceDebug(2131, "stapi_krv_resultsetbuffer.createResultSet Called malloc for %d bytes. rc=%p\n",
-            QUERY_TEXT_SIZE, static_cast<void*>(resultSet->validatedQueryPtr));
+        traceDebug(2131, ".createResultSet Called malloc for %d bytes. rc=%p\n", QUERY_TEXT_SIZE,
+            static_cast<void*>(resultSet->validatedQueryPtr));
         if (!resultSet->validatedQueryPtr) {
             krvStatRc = KRVSTAT_OUT_OF_MEMORY;
-            traceExc(
-                2130, "stapi_krv_resultsetbuffer.createResultSet Failed to allocate %d bytes\n", recordSize);
+            traceExc(2130, ".createResultSet Failed to allocate %d bytes\n", recordSize);
             free(resultSet);
         }
     }
@@ -203,73 +191,65 @@ int createResultSet(KRV_ResultSetToken_t* newRsTokPtr, char* eyecatcher, int own
         *newRsTokPtr = resultSet;
     }
 
-    traceExit(2132, "stapi_krv_resultsetbuffer.createResultSet(&newRsTokPtr=%p, eyecatcher=%p, owner=%x) rc=%d\n",
+    traceExit(2132, ".createResultSet(&newRsTokPtr=%p, eyecatcher=%p, owner=%x) rc=%d\n",
         static_cast<void*>(newRsTokPtr), static_cast<void*>(eyecatcher), static_cast<unsigned int>(owner), krvStatRc);
     return krvStatRc;
 }
 
 int deleteResultSet(KRV_ResultSetToken_t* rsPtr)
 {
-    traceEntry(2133, "stapi_krv_resultsetbuffer.deleteResultSet(&rsPtr=%p)\n", static_cast<void*>(rsPtr));
+    traceEntry(2133, ".deleteResultSet(&rsPtr=%p)\n", static_cast<void*>(rsPtr));
     int krvStatRc = KRVSTAT_OK;
     if (!rsPtr) {
         krvStatRc = KRVSTAT_NULL_RESULT_SET_POINTER;
-        traceExc(2134, "stapi_krv_resultsetbuffer.deleteResultSet(&rsPtr=%p) Supplied result set pointer is NULL\n",
-            static_cast<void*>(rsPtr));
+        traceExc(2134, ".deleteResultSet(&rsPtr=%p) Supplied result set pointer is NULL\n", static_cast<void*>(rsPtr));
     } else if (!*rsPtr) {
         krvStatRc = KRVSTAT_NULL_RESULT_SET_TOKEN;
-        traceExc(2134, "stapi_krv_resultsetbuffer.deleteResultSet(&rsPtr=%p) Supplied result set token is NULL\n",
-            static_cast<void*>(rsPtr));
+        traceExc(2134, ".deleteResultSet(&rsPtr=%p) Supplied result set token is NULL\n", static_cast<void*>(rsPtr));
     } else {
         Internal_ResultSetToken_t* resultSet = *rsPtr;
         if (resultSet->validatedQueryPtr) {
-            traceDebug(2135, "stapi_krv_resultsetbuffer.deleteResultSet Free result set verifiedQueryString(%p)\n",
+            traceDebug(2135, ".deleteResultSet Free result set verifiedQueryString(%p)\n",
                 static_cast<void*>(resultSet->validatedQueryPtr));
             free(resultSet->validatedQueryPtr);
             resultSet->validatedQueryPtr = nullptr;
         }
         free(resultSet->queryString);
         resultSet->queryString = nullptr;
-        traceDebug(2136, "stapi_krv_resultsetbuffer.deleteResultSet Free result set token(%p)\n",
-            static_cast<void*>(resultSet));
+        traceDebug(2136, ".deleteResultSet Free result set token(%p)\n", static_cast<void*>(resultSet));
         const volatile uintptr_t freed = reinterpret_cast<uintptr_t>(resultSet); // volatile: only a number from here on
         free(resultSet);
         *rsPtr = nullptr;
         // NOLINTNEXTLINE(clang-analyzer-unix.Malloc): nothing is read through the number
-        traceDebug(2137, "stapi_krv_resultsetbuffer.deleteResultSet Freed result set token(%p)\n",
-            reinterpret_cast<void*>(freed));
+        traceDebug(2137, ".deleteResultSet Freed result set token(%p)\n", reinterpret_cast<void*>(freed));
     }
-    traceExit(2138, "stapi_krv_resultsetbuffer.deleteResultSet(&rsPtr=%p) rc=%d\n", static_cast<void*>(rsPtr),
-        krvStatRc);
+    traceExit(2138, ".deleteResultSet(&rsPtr=%p) rc=%d\n", static_cast<void*>(rsPtr), krvStatRc);
     return krvStatRc;
 }
 
 int verifyAPIResultSetTokenOwner(Internal_ResultSetToken_t* rsPtr)
 {
-    traceEntry(2141, "stapi_krv_resultsetbuffer.verifyAPIResultSetToken(rsPtr=%p)\n", static_cast<void*>(rsPtr));
+    traceEntry(2141, ".verifyAPIResultSetToken(rsPtr=%p)\n", static_cast<void*>(rsPtr));
     int krvStatRc = KRVSTAT_OK;
     ProcessId currentPid;
     ThreadId currentTid;
     getPidTid(&currentPid, &currentTid);
     if (currentPid != rsPtr->owningPid) {
         krvStatRc = KRVSTAT_PID_MISMATCH;
-        traceExc(2142,
-            "stapi_krv_resultsetbuffer.verifyAPIResultSetToken PID mismatch: currentPid=%x, owningPid=%x\n",
+        traceExc(2142, ".verifyAPIResultSetToken PID mismatch: currentPid=%x, owningPid=%x\n",
             static_cast<unsigned int>(currentPid), static_cast<unsigned int>(rsPtr->owningPid));
     } else if (!compareTids(currentTid, rsPtr->owningTid)) {
         krvStatRc = KRVSTAT_TID_MISMATCH;
-        traceExc(2143,
-            "stapi_krv_resultsetbuffer.verifyAPIResultSetToken TID mismatch: currentTid=%x, owningTid=%x\n",
+        traceExc(2143, ".verifyAPIResultSetToken TID mismatch: currentTid=%x, owningTid=%x\n",
             static_cast<unsigned int>(currentTid), static_cast<unsigned int>(rsPtr->owningTid));
     }
-    traceExit(2144, "stapi_krv_resultsetbuffer.verifyAPIResultSetToken(rsPtr=%p) rc=%d\n", static_cast<void*>(rsPtr),
-        krvStatRc);
+    traceExit(2144, ".verifyAPIResultSetToken(rsPtr=%p) rc=%d\n", static_cast<void*>(rsPtr), krvStatRc);
     return krvStatRc;
 }
 
 int dumpResultSetInternal(Internal_ResultSetToken_t* rsPtr)
 {
-    traceEntry(2139, "stapi_krv_resultsetbuffer.dumpResultSetInternal(rsPtr=%p)\n", static_cast<void*>(rsPtr));
+    traceEntry(2139, ".dumpResultSetInternal(rsPtr=%p)\n", static_cast<void*>(rsPtr));
     int krvStatRc = KRVSTAT_OK;
     int bytesDumped = 0;
     if (!rsPtr) {
@@ -288,7 +268,7 @@ int dumpResultSetInternal(Internal_ResultSetToken_t* rsPtr)
         releaseLock(&traceLock);
         releasePipeSignal(&held);
     }
-    traceExit(2140, "stapi_krv_resultsetbuffer.dumpResultSetInternal(rsPtr=%p) bytes dumped=%d rc=%d\n",
-        static_cast<void*>(rsPtr), bytesDumped, krvStatRc);
+    traceExit(2140, ".dumpResultSetInternal(rsPtr=%p) bytes dumped=%d rc=%d\n", static_cast<void*>(rsPtr), bytesDumped,
+        krvStatRc);
     return krvStatRc;
 }

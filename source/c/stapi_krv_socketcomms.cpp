@@ -168,10 +168,9 @@ int receiveHeader(int socketDesc, const char* requestName, GatewayRequest* heade
     const int nameSize = static_cast<int>(strlen(requestName));
     const int headerSize = nameSize + GATEWAY_HEADER_FIXED_SIZE;
     char* headerData = static_cast<char*>(malloc(static_cast<size_t>(headerSize)));
-    traceDebug(3230, "stapi_krv_socketcomms.flow Called malloc for %d bytes. rc=%p\n", headerSize,
-        static_cast<void*>(headerData));
+    traceDebug(3230, ".flow Called malloc for %d bytes. rc=%p\n", headerSize, static_cast<void*>(headerData));
     if (!headerData) {
-        traceExc(3231, "stapi_krv_socketcomms.flowFailed to allocate %d bytes.\n", headerSize);
+        traceExc(3231, ".flowFailed to allocate %d bytes.\n", headerSize);
         return KRVSTAT_OUT_OF_MEMORY;
     }
 
@@ -186,19 +185,18 @@ int receiveHeader(int socketDesc, const char* requestName, GatewayRequest* heade
         skip(&reader, HEADER_NAME_LENGTH_OFFSET - sizeof eyecatcher);
         const int32_t replyNameLength = readI32(&reader);
         if (eyecatcher != GATEWAY_EYECATCHER) {
-            traceExc(3251, "stapi_krv_socketcomms.flow Bad eyecatcher! Expected=0x%x, actual=0x%x\n",
+            traceExc(3251, ".flow Bad eyecatcher! Expected=0x%x, actual=0x%x\n",
                 static_cast<unsigned int>(GATEWAY_EYECATCHER), static_cast<unsigned int>(eyecatcher));
             rc = KRVSTAT_GATEWAY_PROTOCOL_ERROR;
         } else if (replyNameLength < 0 || replyNameLength > nameSize) {
             // The fields behind the name would lie outside what was received.
-            traceExc(3251, "stapi_krv_socketcomms.flow Bad request name length! Expected=%d, actual=%d\n", nameSize,
-                replyNameLength);
+            traceExc(3251, ".flow Bad request name length! Expected=%d, actual=%d\n", nameSize, replyNameLength);
             rc = KRVSTAT_GATEWAY_PROTOCOL_ERROR;
         } else {
             populateHeader(headerData, header);
         }
     }
-    traceDebug(3232, "stapi_krv_socketcomms.flow Free header data %p\n", static_cast<void*>(headerData));
+    traceDebug(3232, ".flow Free header data %p\n", static_cast<void*>(headerData));
     free(headerData);
     return rc;
 }
@@ -206,15 +204,14 @@ int receiveHeader(int socketDesc, const char* requestName, GatewayRequest* heade
 // Replaces *data, the request, by the reply's body. Returns 0, -111 or -122.
 int receiveBody(int socketDesc, int bodySize, char** data, ReasonCodes* reasons)
 {
-    traceDebug(3233, "stapi_krv_socketcomms.flow Free call data %p\n", static_cast<void*>(*data));
+    traceDebug(3233, ".flow Free call data %p\n", static_cast<void*>(*data));
     free(*data);
     *data = nullptr;
-    traceDebug(3234, "stapi_krv_socketcomms.flow (re-)malloc call &data %p\n", static_cast<void*>(data));
+    traceDebug(3234, ".flow (re-)malloc call &data %p\n", static_cast<void*>(data));
     *data = static_cast<char*>(malloc(static_cast<size_t>(bodySize)));
-    traceDebug(3235, "stapi_krv_socketcomms.flow Called malloc for %d bytes. rc=%p\n", bodySize,
-        static_cast<void*>(*data));
+    traceDebug(3235, ".flow Called malloc for %d bytes. rc=%p\n", bodySize, static_cast<void*>(*data));
     if (!*data) {
-        traceExc(3236, "stapi_krv_socketcomms.flow Failed to allocate %d bytes.\n", bodySize);
+        traceExc(3236, ".flow Failed to allocate %d bytes.\n", bodySize);
         return KRVSTAT_OUT_OF_MEMORY;
     }
     const int rc = readFromSocket(socketDesc, bodySize, *data);
@@ -246,8 +243,7 @@ constexpr BaseRequest closeRequest = {"flowCloseRequest", "flowCloseRequest Fail
 
 int flowBaseRequest(const BaseRequest& kind, int socketDesc, ReasonCodes* reasons)
 {
-    traceEntry(kind.entry, "stapi_krv_socketcomms.%s(socketDesc=%d, reasons=%p)\n", kind.function, socketDesc,
-        static_cast<void*>(reasons));
+    traceEntry(kind.entry, ".%s(socketDesc=%d, reasons=%p)\n", kind.function, socketDesc, static_cast<void*>(reasons));
 
     GatewayRequest header = {};
     header.eyecatcher = GATEWAY_EYECATCHER;
@@ -262,21 +258,20 @@ int flowBaseRequest(const BaseRequest& kind, int socketDesc, ReasonCodes* reason
     const int size = messageSize(&header);
     // NOLINTNEXTLINE(clang-analyzer-optin.portability.UnixAPI): a message has a header at least
     char* data = static_cast<char*>(malloc(static_cast<size_t>(size)));
-    traceDebug(kind.debugMalloc, "stapi_krv_socketcomms.%s Called malloc for %d bytes. rc=%p\n", kind.function, size,
-        static_cast<void*>(data));
+    traceDebug(
+        kind.debugMalloc, ".%s Called malloc for %d bytes. rc=%p\n", kind.function, size, static_cast<void*>(data));
     if (!data) {
-        traceExc(kind.exc, "stapi_krv_socketcomms.%s to allocate %d bytes.\n", kind.failed, size);
+        traceExc(kind.exc, ".%s to allocate %d bytes.\n", kind.failed, size);
         rc = KRVSTAT_OUT_OF_MEMORY;
     } else {
         writeHeader(&header, data);
         memcpy(data + size - kind.bodySize, handshakeBody, static_cast<size_t>(kind.bodySize));
         rc = flow(socketDesc, size, &data, const_cast<char*>(HANDSHAKE_REQUEST_NAME), &header, reasons);
-        traceDebug(kind.debugFree, "stapi_krv_socketcomms.%s %s %p\n", kind.function, kind.freeText,
-            static_cast<void*>(data));
+        traceDebug(kind.debugFree, ".%s %s %p\n", kind.function, kind.freeText, static_cast<void*>(data));
         free(data);
     }
 
-    traceExit(kind.exit, "stapi_krv_socketcomms.%s(socketDesc=%d, reasons=%p) rc=%d\n", kind.function, socketDesc,
+    traceExit(kind.exit, ".%s(socketDesc=%d, reasons=%p) rc=%d\n", kind.function, socketDesc,
         static_cast<void*>(reasons), rc);
     return rc;
 }
@@ -300,10 +295,10 @@ int exchangeCall(const CallKind& kind, void (*encodeBody)(WireWriter*, const Req
 {
     if (size == 0) return FLOW_NOT_SENT;
     *data = static_cast<char*>(malloc(static_cast<size_t>(size)));
-    traceDebug(kind.debugMalloc, "stapi_krv_socketcomms.%s Called malloc for %d bytes. rc=%p\n", kind.function, size,
-        static_cast<void*>(*data));
+    traceDebug(
+        kind.debugMalloc, ".%s Called malloc for %d bytes. rc=%p\n", kind.function, size, static_cast<void*>(*data));
     if (!*data) {
-        traceExc(kind.exc, "stapi_krv_socketcomms.%sFailed to allocate %d bytes.\n", kind.function, size);
+        traceExc(kind.exc, ".%sFailed to allocate %d bytes.\n", kind.function, size);
         return KRVSTAT_OUT_OF_MEMORY;
     }
     writeHeader(&request->header, *data);
@@ -318,8 +313,7 @@ int exchangeCall(const CallKind& kind, void (*encodeBody)(WireWriter*, const Req
 void freeCall(const CallKind& kind, char* data)
 {
     if (!data) return;
-    traceDebug(kind.debugFree, "stapi_krv_socketcomms.%s Free request data %p\n", kind.function,
-        static_cast<void*>(data));
+    traceDebug(kind.debugFree, ".%s Free request data %p\n", kind.function, static_cast<void*>(data));
     free(data);
 }
 
@@ -347,7 +341,7 @@ int decodeAuthReply(WireReader body, AuthRequest* request, ReasonCodes* reasons)
     request->callType = readI32(&body);
     request->authRc = readI32(&body);
     if (body.spent) {
-        traceExc(3212, "stapi_krv_socketcomms.flowAuthRequest Reply is too short\n");
+        traceExc(3212, ".flowAuthRequest Reply is too short\n");
         return KRVSTAT_GATEWAY_PROTOCOL_ERROR;
     }
     if (request->callType != AUTH_CALL_INIT) {
@@ -355,8 +349,7 @@ int decodeAuthReply(WireReader body, AuthRequest* request, ReasonCodes* reasons)
         return 0;
     }
     if (request->authRc != 0) {
-        traceExc(
-            3212, "stapi_krv_socketcomms.flowAuthRequestAuth_Init request failed rc=%d\n", request->authRc);
+        traceExc(3212, ".flowAuthRequestAuth_Init request failed rc=%d\n", request->authRc);
         reasons->authRc = request->authRc;
         return FLOW_AUTH_REFUSED;
     }
@@ -404,11 +397,10 @@ int keepCallData(WireReader* body, AdminRequest* request)
     const size_t length = bytesLeft(body);
     request->header.datalength = static_cast<int32_t>(length);
     request->callData = static_cast<char*>(malloc(length));
-    traceDebug(3203, "stapi_krv_socketcomms.flowAdminRequest Called malloc for %d bytes. rc=%p\n",
-        request->header.datalength, static_cast<void*>(request->callData));
+    traceDebug(3203, ".flowAdminRequest Called malloc for %d bytes. rc=%p\n", request->header.datalength,
+        static_cast<void*>(request->callData));
     if (!request->callData) {
-        traceExc(3204, "stapi_krv_socketcomms.flowAdminRequestFailed to allocate %d bytes.\n",
-            request->header.datalength);
+        traceExc(3204, ".flowAdminRequestFailed to allocate %d bytes.\n", request->header.datalength);
         return KRVSTAT_OUT_OF_MEMORY;
     }
     if (length > 0) memcpy(request->callData, take(body, length), length);
@@ -427,8 +419,7 @@ int decodeAdminReply(WireReader body, AdminRequest* request, ReasonCodes* reason
     request->callType = readI32(&body);
     request->adminRc = readI32(&body);
     if (!body.spent && request->adminRc != 0) {
-        traceExc(3206, "stapi_krv_socketcomms.flowAdminRequest Auth Request returned an error AuthRc=%d\n",
-            request->adminRc);
+        traceExc(3206, ".flowAdminRequest Auth Request returned an error AuthRc=%d\n", request->adminRc);
         reasons->adminRc = request->adminRc;
         return FLOW_ADMIN_FAILED;
     }
@@ -438,12 +429,12 @@ int decodeAdminReply(WireReader body, AdminRequest* request, ReasonCodes* reason
     }
     request->exceptionFlag = static_cast<char>(readU8(&body));
     if (!body.spent && request->exceptionFlag != 0) {
-        traceExc(3205, "stapi_krv_socketcomms.flowAdminRequest Exception occured during request execution\n");
+        traceExc(3205, ".flowAdminRequest Exception occured during request execution\n");
         return FLOW_ADMIN_FAILED;
     }
     // The request's own bytes can stand for the reply's fixed fields, but they hold no result of a call.
     if (body.spent || !hasBody) {
-        traceExc(3206, "stapi_krv_socketcomms.flowAdminRequest Reply is too short\n");
+        traceExc(3206, ".flowAdminRequest Reply is too short\n");
         return KRVSTAT_GATEWAY_PROTOCOL_ERROR;
     }
     return keepCallData(&body, request);
@@ -453,47 +444,40 @@ int decodeAdminReply(WireReader body, AdminRequest* request, ReasonCodes* reason
 
 void writeHeader(GatewayRequest* req, char* data)
 {
-    traceEntry(3248, "stapi_krv_socketcomms.writeHeader(req=%p, data=%p)\n", static_cast<void*>(req),
-        static_cast<void*>(data));
+    traceEntry(3248, ".writeHeader(req=%p, data=%p)\n", static_cast<void*>(req), static_cast<void*>(data));
     WireWriter writer = writerOver(data, static_cast<size_t>(nameLength(req)) + GATEWAY_HEADER_FIXED_SIZE);
     encodeHeader(&writer, req);
-    traceExit(3249, "stapi_krv_socketcomms.writeHeader(req=%p, data=%p)\n", static_cast<void*>(req),
-        static_cast<void*>(data));
+    traceExit(3249, ".writeHeader(req=%p, data=%p)\n", static_cast<void*>(req), static_cast<void*>(data));
 }
 
 void populateHeader(char* data, GatewayRequest* req)
 {
-    traceEntry(3246, "stapi_krv_socketcomms.populateHeader(data=%p, req=%p)\n", static_cast<void*>(data),
-        static_cast<void*>(req));
+    traceEntry(3246, ".populateHeader(data=%p, req=%p)\n", static_cast<void*>(data), static_cast<void*>(req));
     WireReader reader = unboundedReaderOver(data);
     decodeHeader(&reader, req);
-    traceExit(3247, "stapi_krv_socketcomms.populateHeader(data=%p, req=%p)\n", static_cast<void*>(data),
-        static_cast<void*>(req));
+    traceExit(3247, ".populateHeader(data=%p, req=%p)\n", static_cast<void*>(data), static_cast<void*>(req));
 }
 
 int flow(int socketDesc, int datalen, char** data, char* requestName, GatewayRequest* header, ReasonCodes* reasons)
 {
     char requestNameText[REQUEST_NAME_TRACE_SIZE] = "";
     strncpy(requestNameText, requestName, sizeof requestNameText - 1);
-    traceEntry(3225,
-        "stapi_krv_socketcomms.flow(socketDesc=%d, datalen=%d, &data=%p, requestName=%s, header=%p, reasons=%p)\n",
-        socketDesc, datalen, static_cast<void*>(data), requestNameText, static_cast<void*>(header),
-        static_cast<void*>(reasons));
+    traceEntry(3225, ".flow(socketDesc=%d, datalen=%d, &data=%p, requestName=%s, header=%p, reasons=%p)\n", socketDesc,
+        datalen, static_cast<void*>(data), requestNameText, static_cast<void*>(header), static_cast<void*>(reasons));
     int rc = 0;
 
     if (datalen < 1 || !data || !*data) {
-        traceExc(3227, "stapi_krv_socketcomms.flow No data to flow!!\n");
+        traceExc(3227, ".flow No data to flow!!\n");
         rc = FLOW_NOT_SENT;
     }
     if (rc == 0) {
-        traceData(3226, "stapi_krv_socketcomms.flow data=%p len=%d stopword=%8.8X\n", *data, datalen, 0u, 0);
+        traceData(3226, ".flow data=%p len=%d stopword=%8.8X\n", *data, datalen, 0u, 0);
         int sendErrno = 0;
         const ssize_t sent = sendAll(socketDesc, *data, datalen, &sendErrno);
         if (sent < 1) {
-            traceExc(3228, "stapi_krv_socketcomms.flow Unable to write data to socket rc=%d\n",
-                static_cast<int>(sent));
+            traceExc(3228, ".flow Unable to write data to socket rc=%d\n", static_cast<int>(sent));
             reasons->socketErrno = sendErrno;
-            traceExc(3229, "stapi_krv_socketcomms.flow Unable to send data to Gateway: errno=%d\n", sendErrno);
+            traceExc(3229, ".flow Unable to send data to Gateway: errno=%d\n", sendErrno);
             rc = FLOW_NOT_SENT;
         }
     }
@@ -501,9 +485,8 @@ int flow(int socketDesc, int datalen, char** data, char* requestName, GatewayReq
     if (rc == 0) rc = receiveHeader(socketDesc, requestName, header, reasons);
     if (rc == 0) {
         if (header->datalength < 1) {
-            traceDebug(3237,
-                "stapi_krv_socketcomms.flow Managed to read in whole response in one go. data=0x%p\n",
-                static_cast<void*>(*data));
+            traceDebug(
+                3237, ".flow Managed to read in whole response in one go. data=0x%p\n", static_cast<void*>(*data));
         } else {
             rc = receiveBody(socketDesc, header->datalength, data, reasons);
         }
@@ -513,12 +496,10 @@ int flow(int socketDesc, int datalen, char** data, char* requestName, GatewayReq
         rc = header->gatewayRc;
     }
     if (rc == 0) {
-        traceEvent(3250,
-            "stapi_krv_socketcomms.flow Successfully sent and received data with Gateway on socket %d\n", socketDesc);
+        traceEvent(3250, ".flow Successfully sent and received data with Gateway on socket %d\n", socketDesc);
     }
 
-    traceExit(3238,
-        "stapi_krv_socketcomms.flow(socketDesc=%d, datalen=%d, &data=%p, requestName=%s, header=%p, reasons=%p) rc=%d\n",
+    traceExit(3238, ".flow(socketDesc=%d, datalen=%d, &data=%p, requestName=%s, header=%p, reasons=%p) rc=%d\n",
         socketDesc, datalen, static_cast<void*>(data), requestNameText, static_cast<void*>(header),
         static_cast<void*>(reasons), rc);
     return rc;
@@ -526,41 +507,40 @@ int flow(int socketDesc, int datalen, char** data, char* requestName, GatewayReq
 
 int readFromSocket(int socketDesc, int dataSize, char* dataBuf)
 {
-    traceEntry(3239, "stapi_krv_socketcomms.readFromSocket(socketDesc=%d, dataSize=%d, dataBuf=%p)\n", socketDesc,
-        dataSize, static_cast<void*>(dataBuf));
+    traceEntry(3239, ".readFromSocket(socketDesc=%d, dataSize=%d, dataBuf=%p)\n", socketDesc, dataSize,
+        static_cast<void*>(dataBuf));
     int rc = 0;
     int total = 0;
 
     ssize_t readData = receive(socketDesc, dataBuf, static_cast<size_t>(dataSize));
-    traceDebug(3240, "stapi_krv_socketcomms.readFromSocket recv(socketDesc=%d, dataSize=%d, dataBuf=%p) readData=%d)\n",
-        socketDesc, dataSize, static_cast<void*>(dataBuf), static_cast<int>(readData));
+    traceDebug(3240, ".readFromSocket recv(socketDesc=%d, dataSize=%d, dataBuf=%p) readData=%d)\n", socketDesc,
+        dataSize, static_cast<void*>(dataBuf), static_cast<int>(readData));
     if (readData == 0) {
         rc = -1;
     } else if (readData < 0) {
         rc = errno;
-        traceExc(3244, "stapi_krv_socketcomms.readFromSocket read returned an error code: errno=%d\n", rc);
+        traceExc(3244, ".readFromSocket read returned an error code: errno=%d\n", rc);
     } else {
         total = static_cast<int>(readData);
         while (rc == 0 && total < dataSize) {
             readData = receive(socketDesc, dataBuf + total, static_cast<size_t>(dataSize - total));
             if (readData > 0) total += static_cast<int>(readData);
             traceDebug(3241,
-                "stapi_krv_socketcomms.readFromSocket recv(socketDesc=%d, dataSize=%d, dataBuf=%p) readData=%d, "
+                ".readFromSocket recv(socketDesc=%d, dataSize=%d, dataBuf=%p) readData=%d, "
                 "totaldata=%d)\n",
                 socketDesc, dataSize, static_cast<void*>(dataBuf), static_cast<int>(readData), total);
             if (readData < 1) {
                 // An orderly close leaves errno as it was: where that is 0, the message must still not pass for whole.
                 const int readErrno = errno;
                 rc = readErrno != 0 ? readErrno : -1;
-                traceExc(
-                    3242, "stapi_krv_socketcomms.readFromSocket read returned an error code: errno=%d\n", readErrno);
+                traceExc(3242, ".readFromSocket read returned an error code: errno=%d\n", readErrno);
             }
         }
-        traceData(3243, "stapi_krv_socketcomms.readFromSocket data=%p len=%d stopword=%8.8X\n", dataBuf, total, 0u, 0);
+        traceData(3243, ".readFromSocket data=%p len=%d stopword=%8.8X\n", dataBuf, total, 0u, 0);
     }
 
-    traceExit(3245, "stapi_krv_socketcomms.readFromSocket(socketDesc=%d, dataSize=%d, dataBuf=%p) rc=%d\n", socketDesc,
-        dataSize, static_cast<void*>(dataBuf), rc);
+    traceExit(3245, ".readFromSocket(socketDesc=%d, dataSize=%d, dataBuf=%p) rc=%d\n", socketDesc, dataSize,
+        static_cast<void*>(dataBuf), rc);
     return rc;
 }
 
@@ -576,28 +556,28 @@ int flowCloseRequest(int socketDesc, ReasonCodes* reasons)
 
 int flowAuthRequest(int socketDesc, AuthRequest* request, ReasonCodes* reasons)
 {
-    traceEntry(3209, "stapi_krv_socketcomms.flowAuthRequest(socketDesc=%d, request=%p, reasons=%p)\n", socketDesc,
+    traceEntry(3209, ".flowAuthRequest(socketDesc=%d, request=%p, reasons=%p)\n", socketDesc,
         static_cast<void*>(request), static_cast<void*>(reasons));
     const int size = messageSize(&request->header);
     char* data = nullptr;
     int rc = exchangeCall(authCall, encodeAuthBody, socketDesc, size, request, &data, reasons);
     if (rc == 0) rc = decodeAuthReply(replyBody(&request->header, data, size), request, reasons);
     freeCall(authCall, data);
-    traceExit(3214, "stapi_krv_socketcomms.flowAuthRequest(socketDesc=%d, request=%p, reasons=%p) rc=%d\n", socketDesc,
+    traceExit(3214, ".flowAuthRequest(socketDesc=%d, request=%p, reasons=%p) rc=%d\n", socketDesc,
         static_cast<void*>(request), static_cast<void*>(reasons), rc);
     return rc;
 }
 
 int flowAdminRequest(int socketDesc, AdminRequest* request, ReasonCodes* reasons)
 {
-    traceEntry(3200, "stapi_krv_socketcomms.flowAdminRequest(socketDesc=%d, request=%p, reasons=%p)\n", socketDesc,
+    traceEntry(3200, ".flowAdminRequest(socketDesc=%d, request=%p, reasons=%p)\n", socketDesc,
         static_cast<void*>(request), static_cast<void*>(reasons));
     const int size = messageSize(&request->header);
     char* data = nullptr;
     int rc = exchangeCall(adminCall, encodeAdminBody, socketDesc, size, request, &data, reasons);
     if (rc == 0) rc = decodeAdminReply(replyBody(&request->header, data, size), request, reasons);
     freeCall(adminCall, data);
-    traceExit(3208, "stapi_krv_socketcomms.flowAdminRequest(socketDesc=%d, request=%p, reasons=%p) rc=%d\n", socketDesc,
+    traceExit(3208, ".flowAdminRequest(socketDesc=%d, request=%p, reasons=%p) rc=%d\n", socketDesc,
         static_cast<void*>(request), static_cast<void*>(reasons), rc);
     return rc;
 }

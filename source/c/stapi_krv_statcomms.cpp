@@ -112,15 +112,15 @@ int storeProtocolVersion(const AdminRequest* request, char* protocolVersion)
     skip(&reply, ATTRIBUTE_PREFIX);
     const int protocolVerLength = readI16(&reply);
     if (!protocolVersion) {
-        traceExc(2204, "stapi_krv_statcomms.statProtocolVerFailed to allocate %d bytes.\n", protocolVerLength + 1);
+        traceExc(2204, ".statProtocolVerFailed to allocate %d bytes.\n", protocolVerLength + 1);
         return KRVSTAT_OUT_OF_MEMORY;
     }
-    traceDebug(2203, "stapi_krv_statcomms.statProtocolVer Called malloc for %d bytes. rc=%p\n", protocolVerLength + 1,
+    traceDebug(2203, ".statProtocolVer Called malloc for %d bytes. rc=%p\n", protocolVerLength + 1,
         static_cast<void*>(protocolVersion));
     const bool fits = protocolVerLength >= 0 && protocolVerLength < PROTOCOL_VERSION_SIZE;
     const unsigned char* text = fits ? take(&reply, static_cast<size_t>(protocolVerLength)) : nullptr;
     if (!text) {
-        traceExc(2204, "stapi_krv_statcomms.statProtocolVer Bad protocol version, length=%d\n", protocolVerLength);
+        traceExc(2204, ".statProtocolVer Bad protocol version, length=%d\n", protocolVerLength);
         return KRVSTAT_GATEWAY_PROTOCOL_ERROR;
     }
     memcpy(protocolVersion, text, static_cast<size_t>(protocolVerLength));
@@ -134,7 +134,7 @@ int growResultSetBuffer(
     char** resultSetBuffer, int* resultSetBufferLen, char** buffer, int totaldatawritten, int64_t needed)
 {
     traceEntry(2244,
-        "stapi_krv_statcomms.reallocResultsSetBuffer(*resultSetBuffer=%p, *resultSetBufferLen=%d, *buffer=%p, "
+        ".reallocResultsSetBuffer(*resultSetBuffer=%p, *resultSetBufferLen=%d, *buffer=%p, "
         "totaldatawritten=%d)\n",
         static_cast<void*>(*resultSetBuffer), *resultSetBufferLen, static_cast<void*>(*buffer), totaldatawritten);
 
@@ -156,8 +156,7 @@ int growResultSetBuffer(
         }
     }
 
-    traceExit(2245,
-        "stapi_krv_statcomms.reallocResultsSetBuffer(*resultSetBuffer=%p, *resultSetBufferLen=%d, *buffer=%p) rc=%d)\n",
+    traceExit(2245, ".reallocResultsSetBuffer(*resultSetBuffer=%p, *resultSetBufferLen=%d, *buffer=%p) rc=%d)\n",
         static_cast<void*>(*resultSetBuffer), *resultSetBufferLen, static_cast<void*>(*buffer), rc);
     return rc;
 }
@@ -283,27 +282,26 @@ int parseResponseHeader(ParseRun* run)
 void parseContinuation(ParseRun* run, int statdatalength, int firstPart)
 {
     int remainingdata = statdatalength - firstPart;
-    traceDebug(2234, "stapi_krv_statcomms.parseStatsData written %d of %d bytes. Remaining data = %d bytes \n",
-        firstPart, statdatalength, remainingdata);
+    traceDebug(2234, ".parseStatsData written %d of %d bytes. Remaining data = %d bytes \n", firstPart, statdatalength,
+        remainingdata);
     unsigned int type = peekU8(&run->reply);
-    traceDebug(2236, "stapi_krv_statcomms.parseStatsData block type=%2.8X \n", type);
+    traceDebug(2236, ".parseStatsData block type=%2.8X \n", type);
     while (run->rc == 0 && type == LONG_BLOCK && remainingdata > 0) {
         skip(&run->reply, 1 + LONG_BLOCK_LENGTH_HIGH);
         const int segmentLength = readI16(&run->reply);
         putText(run, takeText(run, segmentLength), segmentLength);
         remainingdata -= segmentLength;
-        traceDebug(2235, "stapi_krv_statcomms.parseStatsData written %d bytes. Remaining data = %d bytes \n",
-            segmentLength, remainingdata);
+        traceDebug(
+            2235, ".parseStatsData written %d bytes. Remaining data = %d bytes \n", segmentLength, remainingdata);
         type = peekU8(&run->reply);
-        traceDebug(2236, "stapi_krv_statcomms.parseStatsData block type=%2.8X \n", type);
+        traceDebug(2236, ".parseStatsData block type=%2.8X \n", type);
     }
     while (run->rc == 0 && type == SHORT_BLOCK && remainingdata > 0) {
         skip(&run->reply, 1);
         const int contlength = static_cast<int>(readU8(&run->reply));
         putText(run, takeText(run, contlength), contlength);
         remainingdata -= contlength;
-        traceDebug(2237, "stapi_krv_statcomms.parseStatsData written %d bytes. Remaining data = %d bytes \n",
-            contlength, remainingdata);
+        traceDebug(2237, ".parseStatsData written %d bytes. Remaining data = %d bytes \n", contlength, remainingdata);
     }
     // The parts of a value from the wire must add up to what was announced: a set that said otherwise would be misread.
     if (run->reply.spent || (remainingdata != 0 && isBounded(&run->reply))) refuse(run);
@@ -314,21 +312,21 @@ void parseStatElement(ParseRun* run)
 {
     skip(&run->reply, ELEMENT_PREFIX);
     const unsigned int type = readU8(&run->reply);
-    traceDebug(2231, "stapi_krv_statcomms.parseStatsData block type=%2.8X \n", type);
+    traceDebug(2231, ".parseStatsData block type=%2.8X \n", type);
     const bool chunked = type == LONG_BLOCK;
     int chunklength = 0;
     if (chunked) {
         skip(&run->reply, LONG_BLOCK_LENGTH_HIGH);
         chunklength = readI16(&run->reply);
-        traceDebug(2232, "stapi_krv_statcomms.parseStatsData chunklength=%d \n", chunklength);
+        traceDebug(2232, ".parseStatsData chunklength=%d \n", chunklength);
     } else {
         skip(&run->reply, SHORT_BLOCK_LENGTH);
     }
     const int statidlength = readI16(&run->reply);
-    traceDebug(2233, "stapi_krv_statcomms.parseStatsData statistic ID length=%d \n", statidlength);
+    traceDebug(2233, ".parseStatsData statistic ID length=%d \n", statidlength);
     const unsigned char* statid = takeText(run, statidlength);
     const int statdatalength = readI16(&run->reply);
-    traceDebug(2239, "stapi_krv_statcomms.parseStatsData statistic data length=%d \n", statdatalength);
+    traceDebug(2239, ".parseStatsData statistic data length=%d \n", statdatalength);
 
     const int roomInChunk = chunklength - statidlength - ELEMENT_LENGTHS;
     const bool continued = chunked && statdatalength > roomInChunk;
@@ -345,11 +343,10 @@ void parseStatElement(ParseRun* run)
     if (continued) {
         parseContinuation(run, statdatalength, firstPart);
     } else {
-        traceDebug(2238, "stapi_krv_statcomms.parseStatsData written %d bytes.  \n", firstPart);
+        traceDebug(2238, ".parseStatsData written %d bytes.  \n", firstPart);
     }
     skip(&run->reply, ELEMENT_END);
-    traceDebug(2240, "stapi_krv_statcomms.parseStatsData running total of parsed data = %d bytes \n",
-        run->totaldatawritten);
+    traceDebug(2240, ".parseStatsData running total of parsed data = %d bytes \n", run->totaldatawritten);
 }
 
 // Texts of 8 to 16 bytes, as most ids and values are, take two words that may overlap.
@@ -446,8 +443,7 @@ int parsePlainElements(ParseRun* run, int limit)
 void parseStatResponses(ParseRun* run)
 {
     const int numResponses = parsePreamble(run, STATS_EYECATCHER);
-    traceDebug(
-        2221, "stapi_krv_statcomms.parseStatsData received %d responses from the Gateway\n", numResponses);
+    traceDebug(2221, ".parseStatsData received %d responses from the Gateway\n", numResponses);
     for (int response = 0; run->rc == 0 && response < numResponses; ++response) {
         const int queryElementRC = parseResponseHeader(run);
         if (queryElementRC < 0) {
@@ -457,7 +453,7 @@ void parseStatResponses(ParseRun* run)
         const int numStats = readI32(&run->reply);
         if (run->reply.spent) refuse(run);
         putInteger(run, numStats);
-        traceDebug(2222, "stapi_krv_statcomms.parseStatsData reading %d stats for result %d\n", numStats, response);
+        traceDebug(2222, ".parseStatsData reading %d stats for result %d\n", numStats, response);
         skip(&run->reply, ELEMENTS_PREFIX);
         skipText(run);
         skip(&run->reply, ELEMENT_CLASS_VERSION);
@@ -474,28 +470,27 @@ void parseStatResponses(ParseRun* run)
         if (run->rc != KRVSTAT_GATEWAY_PROTOCOL_ERROR) run->rc = growRc;
     }
     addTerminator(run->cursor);
-    traceDebug(2241, "stapi_krv_statcomms.parseStatsData parsed data total = %d bytes \n", run->totaldatawritten);
+    traceDebug(2241, ".parseStatsData parsed data total = %d bytes \n", run->totaldatawritten);
 }
 
 void parseIdResponses(ParseRun* run)
 {
     const int numResponses = parsePreamble(run, IDS_EYECATCHER);
-    traceDebug(2225, "stapi_krv_statcomms.parseIdsData received %d responses from the Gateway\n", numResponses);
+    traceDebug(2225, ".parseIdsData received %d responses from the Gateway\n", numResponses);
     for (int response = 0; run->rc == 0 && response < numResponses; ++response) {
         const int queryElementRC = parseResponseHeader(run);
         if (run->rc != 0) break;
-        traceDebug(2226, "stapi_krv_statcomms.parseIdsData Query rc=%d or (hex=%8.8X)\n", queryElementRC,
+        traceDebug(2226, ".parseIdsData Query rc=%d or (hex=%8.8X)\n", queryElementRC,
             static_cast<unsigned int>(queryElementRC));
         if (queryElementRC < 0) {
-            traceDebug(2228,
-                "stapi_krv_statcomms.parseIdsData Bad query id element(%d), move on to next one\n", response);
+            traceDebug(2228, ".parseIdsData Bad query id element(%d), move on to next one\n", response);
             skip(&run->reply, RESPONSE_END);
             continue;
         }
         const int numIds = readI32(&run->reply);
         if (run->reply.spent) refuse(run);
         putInteger(run, numIds);
-        traceDebug(2227, "stapi_krv_statcomms.parseIdsData reading %d IDs for result %d\n", numIds, response);
+        traceDebug(2227, ".parseIdsData reading %d IDs for result %d\n", numIds, response);
         for (int id = 0; run->rc == 0 && id < numIds; ++id) {
             const int length = readI16(&run->reply);
             const unsigned char* text = takeText(run, length);
@@ -523,8 +518,7 @@ constexpr Parser idsParser = {"parseIdsData", 2224, 2229, parseIdResponses};
 int runParser(const Parser& parser, WireReader reply, char** resultSetBuffer, int* resultSetBufferLen, char** lostBlock,
     char** end)
 {
-    traceEntry(parser.entry,
-        "stapi_krv_statcomms.%s(rawData=%p, &resultSetBuffer=%p, &resultSetBufferLen=%p)\n", parser.function,
+    traceEntry(parser.entry, ".%s(rawData=%p, &resultSetBuffer=%p, &resultSetBufferLen=%p)\n", parser.function,
         static_cast<const void*>(reply.at), static_cast<void*>(resultSetBuffer),
         static_cast<void*>(resultSetBufferLen));
     const void* rawData = reply.at;
@@ -542,8 +536,7 @@ int runParser(const Parser& parser, WireReader reply, char** resultSetBuffer, in
         *end = run.cursor;
         rc = run.rc;
     }
-    traceExit(parser.exit,
-        "stapi_krv_statcomms.%s(rawData=%p, &resultSetBuffer=%p, &resultSetBufferLen=%p) rc=%d\n", parser.function,
+    traceExit(parser.exit, ".%s(rawData=%p, &resultSetBuffer=%p, &resultSetBufferLen=%p) rc=%d\n", parser.function,
         rawData, static_cast<void*>(resultSetBuffer), static_cast<void*>(resultSetBufferLen), rc);
     return rc;
 }
@@ -589,7 +582,7 @@ int parseReply(const Parser& parser, const AdminRequest* request, char** buffer,
 
 int getInitAdminRequest(int socketDesc, AdminRequest* admin, ReasonCodes* reasons)
 {
-    traceEntry(2214, "stapi_krv_statcomms.getInitAdminRequest(socketDesc=%d, admin=%p, reasons=%p)\n", socketDesc,
+    traceEntry(2214, ".getInitAdminRequest(socketDesc=%d, admin=%p, reasons=%p)\n", socketDesc,
         static_cast<void*>(admin), static_cast<void*>(reasons));
     admin->header.eyecatcher = GATEWAY_EYECATCHER;
     admin->header.flowVersion = GATEWAY_FLOW_VERSION;
@@ -603,62 +596,59 @@ int getInitAdminRequest(int socketDesc, AdminRequest* admin, ReasonCodes* reason
     admin->callType = ADMIN_CALL_INIT;
     admin->callData = nullptr;
     const int rc = flowAdminRequest(socketDesc, admin, reasons);
-    traceExit(2215, "stapi_krv_statcomms.getInitAdminRequest(socketDesc=%d, admin=%p, reasons=%p) rc=%d\n", socketDesc,
+    traceExit(2215, ".getInitAdminRequest(socketDesc=%d, admin=%p, reasons=%p) rc=%d\n", socketDesc,
         static_cast<void*>(admin), static_cast<void*>(reasons), rc);
     return rc;
 }
 
 int calculateCallLength(AdminRequest request)
 {
-    traceEntry(2216, "stapi_krv_statcomms.calculateCallLength(invokeAction=%p)\n",
-        static_cast<const void*>(request.invokeAction));
+    traceEntry(2216, ".calculateCallLength(invokeAction=%p)\n", static_cast<const void*>(request.invokeAction));
     const int arraySize = static_cast<int>(sizeof OUTBOUND_ARRAY_SIZE);
     const int callLength = countedTextLength(request.clientCountry) + countedTextLength(request.clientLanguage)
         + countedTextLength(request.clientVariant) + countedTextLength(request.objectName)
         + countedTextLength(request.invokeAction) + arraySize + static_cast<int>(sizeof OBJ_ARRAY_HEADER)
         + countedTextLength(request.invokeParms) + arraySize + countedTextLength(request.invokeSigs);
-    traceExit(2217, "stapi_krv_statcomms.calculateCallLength(invokeAction=%p) callLength=%d\n",
+    traceExit(2217, ".calculateCallLength(invokeAction=%p) callLength=%d\n",
         static_cast<const void*>(request.invokeAction), callLength);
     return callLength;
 }
 
 int calculateGetAttrCallLength(AdminRequest request)
 {
-    traceEntry(2218, "stapi_krv_statcomms.calculateGetAttrCallLength(attributeName=%p)\n",
-        static_cast<const void*>(request.attributeName));
+    traceEntry(
+        2218, ".calculateGetAttrCallLength(attributeName=%p)\n", static_cast<const void*>(request.attributeName));
     const int callLength = countedTextLength(request.clientCountry) + countedTextLength(request.clientLanguage)
         + countedTextLength(request.clientVariant) + countedTextLength(request.objectName)
         + countedTextLength(request.attributeName);
-    traceExit(2219, "stapi_krv_statcomms.calculateGetAttrCallLength(attributeName=%p) callLength=%d\n",
+    traceExit(2219, ".calculateGetAttrCallLength(attributeName=%p) callLength=%d\n",
         static_cast<const void*>(request.attributeName), callLength);
     return callLength;
 }
 
 int statProtocolVer(Internal_GatewayToken_t* gwTokPtr, ReasonCodes* reasons)
 {
-    traceEntry(2200, "stapi_krv_statcomms.statProtocolVer(gwTokPtr=%p, reasons=%p)\n", static_cast<void*>(gwTokPtr),
-        static_cast<void*>(reasons));
+    traceEntry(
+        2200, ".statProtocolVer(gwTokPtr=%p, reasons=%p)\n", static_cast<void*>(gwTokPtr), static_cast<void*>(reasons));
     AdminRequest request = {};
     int rc = getInitAdminRequest(gwTokPtr->socketDescriptor, &request, reasons);
     if (rc == 0) {
-        traceDebug(2201, "stapi_krv_statcomms.statProtocolVer Successfully init'd admin request\n");
+        traceDebug(2201, ".statProtocolVer Successfully init'd admin request\n");
         addressStatsObject(&request, ADMIN_CALL_GET_ATTRIBUTE);
         request.attributeName = STATS_MBEAN_PROTOCOL_VERSION;
         setCallLength(&request, calculateGetAttrCallLength(request));
         rc = flowAdminRequest(gwTokPtr->socketDescriptor, &request, reasons);
     }
     if (rc == 0) {
-        traceDebug(
-            2202, "stapi_krv_statcomms.statProtocolVer Successfully got the protocol version from the Gateway\n");
+        traceDebug(2202, ".statProtocolVer Successfully got the protocol version from the Gateway\n");
         rc = storeProtocolVersion(&request, gwTokPtr->protocolVersion);
     }
     if (request.callData) {
-        traceDebug(2242, "stapi_krv_statcomms.statProtocolVer Free request callData %p\n",
-            static_cast<void*>(request.callData));
+        traceDebug(2242, ".statProtocolVer Free request callData %p\n", static_cast<void*>(request.callData));
         clearCallData(&request);
     }
-    traceExit(2205, "stapi_krv_statcomms.statProtocolVer(gwTokPtr=%p, reasons=%p) rc=%d\n",
-        static_cast<void*>(gwTokPtr), static_cast<void*>(reasons), rc);
+    traceExit(2205, ".statProtocolVer(gwTokPtr=%p, reasons=%p) rc=%d\n", static_cast<void*>(gwTokPtr),
+        static_cast<void*>(reasons), rc);
     return rc;
 }
 
@@ -668,7 +658,7 @@ int statCommsString(
     char queryTypeText[QUERY_TYPE_TRACE_SIZE] = "";
     strncpy(queryTypeText, queryType, sizeof queryTypeText - 1);
     traceEntry(2208,
-        "stapi_krv_statcomms.statCommsString(socketDesc=%d, queryType=%s, queryString=%p, *buffer=%p, *bufferLen=%d, "
+        ".statCommsString(socketDesc=%d, queryType=%s, queryString=%p, *buffer=%p, *bufferLen=%d, "
         "reasons=%p)\n",
         socketDesc, queryTypeText, static_cast<void*>(queryString), static_cast<void*>(*buffer), *bufferLen,
         static_cast<void*>(reasons));
@@ -676,7 +666,7 @@ int statCommsString(
     AdminRequest request = {};
     int rc = getInitAdminRequest(socketDesc, &request, reasons);
     if (rc == 0) {
-        traceDebug(2209, "stapi_krv_statcomms.statCommsString Successfully init'd the Admin Request\n");
+        traceDebug(2209, ".statCommsString Successfully init'd the Admin Request\n");
         addressStatsObject(&request, ADMIN_CALL_INVOKE);
         request.invokeAction = queryType;
         request.invokeParms = queryString;
@@ -685,25 +675,23 @@ int statCommsString(
         rc = flowAdminRequest(socketDesc, &request, reasons);
     }
     if (rc == 0) {
-        traceData(2230, "stapi_krv_statcomms.statCommsString data=%p len=%d stopword=%8.8X\n", request.callData,
+        traceData(2230, ".statCommsString data=%p len=%d stopword=%8.8X\n", request.callData,
             static_cast<int>(callDataLength(&request)), 0u, 1);
         if (strcmp(queryType, STATS_MBEAN_ACTION_GET_STATS) == 0) {
             rc = parseReply(statsParser, &request, buffer, bufferLen);
-            traceDebug(
-                2210, "stapi_krv_statcomms.statCommsString Successfully called the Gateway for Stats\n");
+            traceDebug(2210, ".statCommsString Successfully called the Gateway for Stats\n");
         } else {
             rc = parseReply(idsParser, &request, buffer, bufferLen);
-            traceDebug(2211, "stapi_krv_statcomms.statCommsString Successfully called the Gateway for IDs\n");
+            traceDebug(2211, ".statCommsString Successfully called the Gateway for IDs\n");
         }
     }
     if (request.callData) {
-        traceDebug(2212, "stapi_krv_statcomms.statCommsString Free request callData %p\n",
-            static_cast<void*>(request.callData));
+        traceDebug(2212, ".statCommsString Free request callData %p\n", static_cast<void*>(request.callData));
         clearCallData(&request);
     }
 
     traceExit(2213,
-        "stapi_krv_statcomms.statCommsString(socketDesc=%d, queryType=%s, queryString=%p, *buffer=%p, *bufferLen=%d, "
+        ".statCommsString(socketDesc=%d, queryType=%s, queryString=%p, *buffer=%p, *bufferLen=%d, "
         "reasons=%p) rc=%d\n",
         socketDesc, queryTypeText, static_cast<void*>(queryString), static_cast<void*>(*buffer), *bufferLen,
         static_cast<void*>(reasons), rc);
@@ -712,12 +700,11 @@ int statCommsString(
 
 int statComms(int socketDesc, char* queryType, char** buffer, int* bufferLen, ReasonCodes* reasons)
 {
-    traceEntry(2206, "stapi_krv_statcomms.statComms(socketDesc=%d, queryType=%s, *buffer=%p, *bufferLen=%d, reasons=%p)\n",
-        socketDesc, queryType, static_cast<void*>(*buffer), *bufferLen, static_cast<void*>(reasons));
+    traceEntry(2206, ".statComms(socketDesc=%d, queryType=%s, *buffer=%p, *bufferLen=%d, reasons=%p)\n", socketDesc,
+        queryType, static_cast<void*>(*buffer), *bufferLen, static_cast<void*>(reasons));
     char noIds[] = "";
     const int rc = statCommsString(socketDesc, queryType, noIds, buffer, bufferLen, reasons);
-    traceExit(2207,
-        "stapi_krv_statcomms.statComms(socketDesc=%d, queryType=%s, *buffer=%p, *bufferLen=%d, reasons=%p) rc=%d\n",
+    traceExit(2207, ".statComms(socketDesc=%d, queryType=%s, *buffer=%p, *bufferLen=%d, reasons=%p) rc=%d\n",
         socketDesc, queryType, static_cast<void*>(*buffer), *bufferLen, static_cast<void*>(reasons), rc);
     return rc;
 }

@@ -37,7 +37,7 @@ void traceAnswer(const Query& query, char* buffer)
 {
     if (!traceLevelExceeds(TRACE_DATA)) return;
     char message[TRACE_MESSAGE_SIZE];
-    snprintf(message, sizeof message, "stapi_krv_statquery.%s data=%%p len=%%d stopword=%%8.8X\n", query.function);
+    snprintf(message, sizeof message, ".%s data=%%p len=%%d stopword=%%8.8X\n", query.function);
     writeTraceData(query.data, message, buffer, 0, RESULT_SET_TERMINATOR, 0);
 }
 
@@ -50,8 +50,8 @@ int runWithIds(const Query& query, int socketDesc, char** buffer, int* bufferLen
             statCommsString(socketDesc, const_cast<char*>(query.action), ids, buffer, bufferLen, &reasons), &reasons);
         if (krvStatRc == KRVSTAT_OK) traceAnswer(query, *buffer);
     }
-    traceExit(query.exit, "stapi_krv_statquery.%s(socketDesc=%d, *buffer=%p, *bufferLen=%d, ids=%p) krvStatRc=%d\n",
-        query.function, socketDesc, static_cast<void*>(*buffer), *bufferLen, static_cast<void*>(ids), krvStatRc);
+    traceExit(query.exit, ".%s(socketDesc=%d, *buffer=%p, *bufferLen=%d, ids=%p) krvStatRc=%d\n", query.function,
+        socketDesc, static_cast<void*>(*buffer), *bufferLen, static_cast<void*>(ids), krvStatRc);
     return krvStatRc;
 }
 
@@ -64,8 +64,8 @@ int runWithoutIds(const Query& query, int socketDesc, char** buffer, int* buffer
             statComms(socketDesc, const_cast<char*>(query.action), buffer, bufferLen, &reasons), &reasons);
         if (krvstatRc == KRVSTAT_OK) traceAnswer(query, *buffer);
     }
-    traceExit(query.exit, "stapi_krv_statquery.%s(socketDesc=%d, *buffer=%p, *bufferLen=%d) krvstatRc=%d\n",
-        query.function, socketDesc, static_cast<void*>(*buffer), *bufferLen, krvstatRc);
+    traceExit(query.exit, ".%s(socketDesc=%d, *buffer=%p, *bufferLen=%d) krvstatRc=%d\n", query.function, socketDesc,
+        static_cast<void*>(*buffer), *bufferLen, krvstatRc);
     return krvstatRc;
 }
 
@@ -81,42 +81,42 @@ int mapCommsResult(int rc, const ReasonCodes* reasons)
 
 int commsResourceGroupsIds(int socketDesc, char** buffer, int* bufferLen)
 {
-    traceEntry(2300, "stapi_krv_statquery.commsResourceGroupsIds(socketDesc=%d, *buffer=%p, *bufferLen=%d)\n",
-        socketDesc, static_cast<void*>(*buffer), *bufferLen);
+    traceEntry(2300, ".commsResourceGroupsIds(socketDesc=%d, *buffer=%p, *bufferLen=%d)\n", socketDesc,
+        static_cast<void*>(*buffer), *bufferLen);
     return runWithoutIds(resourceGroupsIds, socketDesc, buffer, bufferLen);
 }
 
 int commsStatIdsByStatGroupId(int socketDesc, char** buffer, int* bufferLen, char* ids)
 {
-    traceEntry(2302, "stapi_krv_statquery.commsStatIdsByStatGroupId(socketDesc=%d, *buffer=%p, *bufferLen=%d, ids=%p)\n",
-        socketDesc, static_cast<void*>(*buffer), *bufferLen, static_cast<void*>(ids));
+    traceEntry(2302, ".commsStatIdsByStatGroupId(socketDesc=%d, *buffer=%p, *bufferLen=%d, ids=%p)\n", socketDesc,
+        static_cast<void*>(*buffer), *bufferLen, static_cast<void*>(ids));
     return runWithIds(statIdsByStatGroupId, socketDesc, buffer, bufferLen, ids);
 }
 
 int commsStatIds(int socketDesc, char** buffer, int* bufferLen)
 {
-    traceEntry(2304, "stapi_krv_statquery.commsStatIds(socketDesc=%d, *buffer=%p, *bufferLen=%d)\n",
-        socketDesc, static_cast<void*>(*buffer), *bufferLen);
+    traceEntry(2304, ".commsStatIds(socketDesc=%d, *buffer=%p, *bufferLen=%d)\n", socketDesc,
+        static_cast<void*>(*buffer), *bufferLen);
     return runWithoutIds(statIds, socketDesc, buffer, bufferLen);
 }
 
 int commsStatsByStatId(int socketDesc, char** buffer, int* bufferLen, char* ids)
 {
-    traceEntry(2306, "stapi_krv_statquery.commsStatsByStatId(socketDesc=%d, *buffer=%p, *bufferLen=%d, ids=%p)\n",
-        socketDesc, static_cast<void*>(*buffer), *bufferLen, static_cast<void*>(ids));
+    traceEntry(2306, ".commsStatsByStatId(socketDesc=%d, *buffer=%p, *bufferLen=%d, ids=%p)\n", socketDesc,
+        static_cast<void*>(*buffer), *bufferLen, static_cast<void*>(ids));
     return runWithIds(statsByStatId, socketDesc, buffer, bufferLen, ids);
 }
 
 int commsStatsByStatGroupId(int socketDesc, char** buffer, int* bufferLen, char* ids)
 {
-    traceEntry(2308, "stapi_krv_statquery.commsStatsByStatGroupId(socketDesc=%d, *buffer=%p, *bufferLen, ids=%p)\n",
-        socketDesc, static_cast<void*>(*buffer), static_cast<void*>(ids));
+    traceEntry(2308, ".commsStatsByStatGroupId(socketDesc=%d, *buffer=%p, *bufferLen, ids=%p)\n", socketDesc,
+        static_cast<void*>(*buffer), static_cast<void*>(ids));
     return runWithIds(statsByStatGroupId, socketDesc, buffer, bufferLen, ids);
 }
 
 int commsStats(int socketDesc, char** buffer, int* bufferLen)
 {
-    traceEntry(2310, "stapi_krv_statquery.commsStats(socketDesc=%d, *buffer=%p, *bufferLen=%d)\n",
-        socketDesc, static_cast<void*>(*buffer), *bufferLen);
+    traceEntry(2310, ".commsStats(socketDesc=%d, *buffer=%p, *bufferLen=%d)\n", socketDesc, static_cast<void*>(*buffer),
+        *bufferLen);
     return runWithoutIds(stats, socketDesc, buffer, bufferLen);
 }

@@ -2,7 +2,8 @@
  *
  * A trace point is one of the macros below. It tests the level before its arguments are evaluated (one comparison when
  * tracing is off), and the compiler checks its format. Arguments are plain values: nothing in them may write a trace
- * line. A message holds at most 255 characters; its line ends in exactly one newline, given or not.
+ * line. A message that begins with a '.' is written behind "stapi_krv_" and the name of the module that the number belongs
+ * to. So it holds at most 255 characters; its line ends in exactly one newline, given or not.
  */
 #ifndef STAPI_KRV_DIAG_H
 #define STAPI_KRV_DIAG_H
@@ -115,10 +116,10 @@ void writeTraceRule(void);
 /* Copies the name of the present destination; takes traceLock. */
 void copyTraceDestination(char name[TRACE_FILENAME_SIZE]);
 
-/* What the macros below call once the level test has passed. */
-void writeTraceLine(int tracePoint, const char* kind, const char* message, ...) TRACE_FORMAT(3);
-void writeTraceLineUnlocked(int tracePoint, const char* kind, const char* message, ...) TRACE_FORMAT(3);
-void writeTraceLineWithPreviousTimestamp(int tracePoint, const char* kind, const char* message, ...) TRACE_FORMAT(3);
+/* What the macros below call once the level test has passed. `line` is a TRACE_LINE. */
+void writeTraceLine(int line, const char* message, ...) TRACE_FORMAT(2);
+void writeTraceLineUnlocked(int line, const char* message, ...) TRACE_FORMAT(2);
+void writeTraceLineWithPreviousTimestamp(int line, const char* message, ...) TRACE_FORMAT(2);
 void writeTraceData(int tracePoint, const char* message, void* data, int dataLen, unsigned int stopWord, int translate);
 
 /* A text as an argument of a line: a missing one is named. */
@@ -148,24 +149,34 @@ static inline int traceLevelExceeds(int threshold)
 /* A kind of line is written when the level exceeds its threshold. */
 enum { TRACE_EXC = 0, TRACE_EVENT = 1, TRACE_ENTRY = 2, TRACE_EXIT = 2, TRACE_DEBUG = 3, TRACE_DATA = 3 };
 
+/* The kinds, in the order of their names in the trace. */
+enum { KIND_EXC, KIND_EVENT, KIND_ENTRY, KIND_EXIT, KIND_DEBUG, KIND_DATA, KINDS };
+
+/* A number and a kind in one word: there are hundreds of calls, and each argument less keeps them small. */
+#define TRACE_LINE(tracePoint, kind) ((tracePoint)*KINDS + (kind))
+
 #define TRACE_POINT(writer, threshold, ...) \
     do { \
         if (__builtin_expect(traceLevelExceeds(threshold), 0)) writer(__VA_ARGS__); \
     } while (0)
 
-#define traceExc(tracePoint, ...) TRACE_POINT(writeTraceLine, TRACE_EXC, tracePoint, "*EXC*", __VA_ARGS__)
-#define traceEvent(tracePoint, ...) TRACE_POINT(writeTraceLine, TRACE_EVENT, tracePoint, "EVENT", __VA_ARGS__)
-#define traceEntry(tracePoint, ...) TRACE_POINT(writeTraceLine, TRACE_ENTRY, tracePoint, "ENTRY", __VA_ARGS__)
-#define traceExit(tracePoint, ...) TRACE_POINT(writeTraceLine, TRACE_EXIT, tracePoint, "EXIT", __VA_ARGS__)
-#define traceDebug(tracePoint, ...) TRACE_POINT(writeTraceLine, TRACE_DEBUG, tracePoint, "DEBUG", __VA_ARGS__)
+#define traceExc(tracePoint, ...) TRACE_POINT(writeTraceLine, TRACE_EXC, TRACE_LINE(tracePoint, KIND_EXC), __VA_ARGS__)
+#define traceEvent(tracePoint, ...) \
+    TRACE_POINT(writeTraceLine, TRACE_EVENT, TRACE_LINE(tracePoint, KIND_EVENT), __VA_ARGS__)
+#define traceEntry(tracePoint, ...) \
+    TRACE_POINT(writeTraceLine, TRACE_ENTRY, TRACE_LINE(tracePoint, KIND_ENTRY), __VA_ARGS__)
+#define traceExit(tracePoint, ...) \
+    TRACE_POINT(writeTraceLine, TRACE_EXIT, TRACE_LINE(tracePoint, KIND_EXIT), __VA_ARGS__)
+#define traceDebug(tracePoint, ...) \
+    TRACE_POINT(writeTraceLine, TRACE_DEBUG, TRACE_LINE(tracePoint, KIND_DEBUG), __VA_ARGS__)
 
 /* For code that must not take traceLock. */
 #define traceExcUnlocked(tracePoint, ...) \
-    TRACE_POINT(writeTraceLineUnlocked, TRACE_EXC, tracePoint, "*EXC*", __VA_ARGS__)
+    TRACE_POINT(writeTraceLineUnlocked, TRACE_EXC, TRACE_LINE(tracePoint, KIND_EXC), __VA_ARGS__)
 
 /* An ENTRY line that shows when the line before it was written. */
 #define traceEntryWithPreviousTimestamp(tracePoint, ...) \
-    TRACE_POINT(writeTraceLineWithPreviousTimestamp, TRACE_ENTRY, tracePoint, "ENTRY", __VA_ARGS__)
+    TRACE_POINT(writeTraceLineWithPreviousTimestamp, TRACE_ENTRY, TRACE_LINE(tracePoint, KIND_ENTRY), __VA_ARGS__)
 
 /* A line whose message ends in "data=%p len=%d stopword=%8.8X\n", with the dump of that data behind it. */
 #define traceData(tracePoint, message, data, dataLen, stopWord, translate) \

@@ -18,13 +18,13 @@ using namespace krvtest;
 namespace {
 
 // The messages as they stand in the trace, each with what follows it up to the next line.
-std::string written(const std::string& message)
+std::string written(const std::string& message, int tracePoint = 9999)
 {
     TraceFile trace(1);
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-security"
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
-    writeTraceLine(9999, "*EXC*", message.c_str());
+    writeTraceLine(TRACE_LINE(tracePoint, KIND_EXC), message.c_str());
 #pragma GCC diagnostic pop
     const std::string text = trace.text();
     return text.size() < 60 ? text : text.substr(60);
@@ -73,12 +73,35 @@ TEST(TraceMessage, ThatIsLongerIsCutAndStillEndsInANewline)
     EXPECT_EQ(std::string(254, 'x') + "\n", written(std::string(400, 'x') + "\n"));
 }
 
+TEST(TraceMessage, ThatBeginsWithAPointIsOfTheModuleThatItsNumberBelongsTo)
+{
+    EXPECT_EQ("stapi_krv_impl.f() rc=1\n", written(".f() rc=1\n", 1000));
+    EXPECT_EQ("stapi_krv_impl.f() rc=1\n", written(".f() rc=1\n", 1999));
+    EXPECT_EQ("stapi_krv_gwytok.f() rc=1\n", written(".f() rc=1\n", 2000));
+    EXPECT_EQ("stapi_krv_gwytok.f() rc=1\n", written(".f() rc=1\n", 2099));
+    EXPECT_EQ("stapi_krv_resultsetbuffer.f() rc=1\n", written(".f() rc=1\n", 2100));
+    EXPECT_EQ("stapi_krv_statcomms.f() rc=1\n", written(".f() rc=1\n", 2200));
+    EXPECT_EQ("stapi_krv_statquery.f() rc=1\n", written(".f() rc=1\n", 2300));
+    EXPECT_EQ("stapi_krv_gwycon.f() rc=1\n", written(".f() rc=1\n", 3000));
+    EXPECT_EQ("stapi_krv_lock.f() rc=1\n", written(".f() rc=1\n", 3100));
+    EXPECT_EQ("stapi_krv_socketcomms.f() rc=1\n", written(".f() rc=1\n", 3200));
+}
+
+TEST(TraceMessage, IsCutTogetherWithWhereItComesFrom)
+{
+    const std::string origin = "stapi_krv_resultsetbuffer";
+    const std::string fitting = "." + std::string(253 - origin.size(), 'x');
+    EXPECT_EQ(origin + fitting + "\n", written(fitting, 2100));
+    EXPECT_EQ(origin + fitting + "\n", written(fitting + "x", 2100));
+    EXPECT_EQ(origin + fitting + "\n", written(fitting + "xy\n", 2100));
+}
+
 TEST(TraceStream, IsStandardErrorBeforeThereIsADestination)
 {
     FILE* const before = statAPITraceHandle;
     statAPITraceHandle = nullptr;
     const CapturedStderr captured;
-    writeTraceLineUnlocked(9999, "*EXC*", "early\n");
+    writeTraceLineUnlocked(TRACE_LINE(9999, KIND_EXC), "early\n");
     statAPITraceHandle = before;
     ASSERT_EQ(1u, captured.lines().size());
     EXPECT_EQ("9999 *EXC* early", brief(captured.lines())[0]);
