@@ -53,6 +53,7 @@ constexpr size_t PLAIN_ID = PLAIN_ID_LENGTH + 2;
 constexpr size_t PLAIN_VALUE = PLAIN_ID + 2;
 constexpr size_t PLAIN_FIXED_SIZE = PLAIN_VALUE + ELEMENT_END;
 constexpr uint32_t NEGATIVE_LENGTH = 0x8000;
+constexpr size_t ID_LENGTH_SIZE = 2; // in front of an id in a reply with ids
 
 constexpr unsigned int SHORT_BLOCK = 0x77; // "w"
 constexpr unsigned int LONG_BLOCK = 0x7A;  // "z"
@@ -349,6 +350,15 @@ void parseStatElement(ParseRun* run)
     traceDebug(2240, ".parseStatsData running total of parsed data = %d bytes \n", run->totaldatawritten);
 }
 
+//   id length, id
+void parseId(ParseRun* run)
+{
+    const int length = readI16(&run->reply);
+    const unsigned char* text = takeText(run, length);
+    putInteger(run, length);
+    putText(run, text, length);
+}
+
 // Texts of 8 to 16 bytes, as most ids and values are, take two words that may overlap.
 inline void copyShortText(char* to, const unsigned char* from, size_t length)
 {
@@ -397,6 +407,15 @@ inline bool readShape(PlainShape* shape, const unsigned char* at, size_t ahead)
     return shape->element <= ahead && ((shape->id | shape->value) & NEGATIVE_LENGTH) == 0;
 }
 
+// Bytes of the reply that can be parsed in one go into the buffer as it is; 0 if that is used up, or each step is traced.
+size_t plainBytesAhead(const ParseRun* run)
+{
+    const int room = *run->resultSetBufferLen - run->totaldatawritten;
+    if (room <= 0 || traceLevelExceeds(TRACE_ENTRY)) return 0;
+    const size_t left = bytesLeft(&run->reply);
+    return left < static_cast<size_t>(room) ? left : static_cast<size_t>(room);
+}
+
 // Parses up to `limit` plain elements that lie whole in the reply, fit the buffer as it is, and are not traced. Stops in
 // front of any other one, which parseStatElement takes. Returns how many were parsed.
 //
@@ -406,11 +425,8 @@ inline bool readShape(PlainShape* shape, const unsigned char* at, size_t ahead)
 // than it saves.
 int parsePlainElements(ParseRun* run, int limit)
 {
-    const int room = *run->resultSetBufferLen - run->totaldatawritten;
-    if (room <= 0 || traceLevelExceeds(TRACE_ENTRY)) return 0;
-    const size_t left = bytesLeft(&run->reply);
     const unsigned char* at = run->reply.at;
-    const unsigned char* const stop = at + (left < static_cast<size_t>(room) ? left : static_cast<size_t>(room));
+    const unsigned char* const stop = at + plainBytesAhead(run);
     char* cursor = run->cursor;
 
     PlainShape shape = {0, 0, 0};
@@ -433,6 +449,34 @@ int parsePlainElements(ParseRun* run, int limit)
         copyShortText(cursor, at + PLAIN_VALUE + shape.id, shape.value);
         cursor += shape.value;
         at += shape.element;
+    }
+    run->totaldatawritten += static_cast<int>(cursor - run->cursor);
+    run->cursor = cursor;
+    run->reply.at = at;
+    return parsed;
+}
+
+// The same for ids, which take more bytes in the buffer than in the reply. The next one's length is waited for each time.
+int parsePlainIds(ParseRun* run, int limit)
+{
+    const unsigned char* at = run->reply.at;
+    const unsigned char* const stop = at + plainBytesAhead(run);
+    char* cursor = run->cursor;
+    const char* const end = *run->resultSetBuffer + *run->resultSetBufferLen;
+
+    int parsed = 0;
+    for (; parsed < limit; ++parsed) {
+        const size_t ahead = static_cast<size_t>(stop - at);
+        if (ahead < ID_LENGTH_SIZE) break;
+        const uint32_t length = loadU16(at);
+        if ((length & NEGATIVE_LENGTH) || ID_LENGTH_SIZE + length > ahead) break;
+        if (sizeof(int32_t) + length > static_cast<size_t>(end - cursor)) break;
+
+        storeWord(cursor, static_cast<int32_t>(length));
+        cursor += sizeof(int32_t);
+        copyShortText(cursor, at + ID_LENGTH_SIZE, length);
+        cursor += length;
+        at += ID_LENGTH_SIZE + length;
     }
     run->totaldatawritten += static_cast<int>(cursor - run->cursor);
     run->cursor = cursor;
@@ -492,10 +536,8 @@ void parseIdResponses(ParseRun* run)
         putInteger(run, numIds);
         traceDebug(2227, ".parseIdsData reading %d IDs for result %d\n", numIds, response);
         for (int id = 0; run->rc == 0 && id < numIds; ++id) {
-            const int length = readI16(&run->reply);
-            const unsigned char* text = takeText(run, length);
-            putInteger(run, length);
-            putText(run, text, length);
+            id += parsePlainIds(run, numIds - id);
+            if (id < numIds) parseId(run);
         }
         skip(&run->reply, RESPONSE_END);
     }
