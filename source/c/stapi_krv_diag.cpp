@@ -248,7 +248,10 @@ void changeTraceDestination(FILE* stream, const char* name)
     while (__atomic_load_n(&pins, __ATOMIC_SEQ_CST) != 0) sched_yield();
     FILE* const previous = traceStream();
     __atomic_store_n(&statAPITraceHandle, stream, __ATOMIC_RELEASE);
-    snprintf(statAPITraceFilename, TRACE_FILENAME_SIZE, "%s", name);
+    // It may be the name that stands there already.
+    const size_t length = strnlen(name, TRACE_FILENAME_SIZE - 1);
+    memmove(statAPITraceFilename, name, length);
+    statAPITraceFilename[length] = '\0';
     __atomic_store_n(&switching, 0, __ATOMIC_SEQ_CST);
     if (previous == stderr) return;
     PipeSignal held;

@@ -38,6 +38,9 @@ void setStatus(Internal_GatewayToken_t* token, int32_t connStatus)
     __atomic_store_n(&token->connStatus, connStatus, __ATOMIC_RELAXED);
 }
 
+// More than a process has descriptors for: a walk that is longer goes round in a damaged list.
+constexpr int MOST_TOKENS = 1 << 20;
+
 // A token that has just been opened is described without gtlLock, while others change its link.
 void setNext(Internal_GatewayToken_t* token, Internal_GatewayToken_t* next)
 {
@@ -168,15 +171,25 @@ bool removeToken(Internal_GatewayToken_t* token, Internal_GatewayToken_t* parent
 // Condemned tokens on their way from the list to their end; guarded by gtlLock.
 Internal_GatewayToken_t* lateTokens = nullptr;
 
+// Finds a token of ours, wherever it stands: applications may open more than findGatewayToken looks at. The token if it
+// is on the list, else NULL, or a token in a damaged list, that the walk ended at. *parentPtr receives the one before it.
+// The caller holds gtlLock.
+Internal_GatewayToken_t* walkTo(const Internal_GatewayToken_t* wanted, Internal_GatewayToken_t** parentPtr)
+{
+    *parentPtr = nullptr;
+    Internal_GatewayToken_t* token = gtListHeadPtr;
+    for (int steps = 0; token && token != wanted && steps < MOST_TOKENS; ++steps) {
+        *parentPtr = token;
+        token = token->nextGwyTokPtr;
+    }
+    return token;
+}
+
 // Takes the token off the list for unlockList to destroy, if it is there and belongs to that thread.
 void removeCondemned(const Internal_GatewayToken_t* condemned, ThreadId owner)
 {
-    Internal_GatewayToken_t* parent = nullptr;
-    Internal_GatewayToken_t* token = gtListHeadPtr;
-    for (int steps = 0; token && token != condemned && steps < GTL_RUNAWAY_LIMIT; ++steps) {
-        parent = token;
-        token = token->nextGwyTokPtr;
-    }
+    Internal_GatewayToken_t* parent;
+    Internal_GatewayToken_t* token = walkTo(condemned, &parent);
     ProcessId currentPid;
     getPidTid(&currentPid, nullptr);
     if (token != condemned || token->owningPid != currentPid || !compareTids(token->owningTid, owner)) return;
@@ -226,7 +239,8 @@ int deleteToken(
     }
     Internal_GatewayToken_t* parent = nullptr;
     bool ours = slot && leaveCall(slot) == CALL_ABANDONED;
-    const bool found = ours || findGatewayToken(token, &parent) == GTL_TOKEN_FOUND;
+    const bool found = ours || findGatewayToken(token, &parent) == GTL_TOKEN_FOUND
+        || (slot && walkTo(token, &parent) == token);
     if (found && !ours) ours = removeToken(token, parent);
     unlockList();
     if (!found) return KRVSTAT_GATEWAY_TOKEN_NOT_FOUND;
@@ -380,11 +394,9 @@ void forgetListHolders()
     if (isLockInitialized(&gtlLock) == STAPILOCK_INITIALIZED) pthread_mutex_init(&gtlLock.lock, nullptr);
     lateTokens = nullptr;
     forgetCalls();
-    int steps = 0;
-    for (Internal_GatewayToken_t* token = gtListHeadPtr; token && steps < GTL_RUNAWAY_LIMIT; ++steps) {
-        gtListTailPtr = token;
-        token = token->nextGwyTokPtr;
-    }
+    Internal_GatewayToken_t* last;
+    walkTo(nullptr, &last);
+    if (last) gtListTailPtr = last;
 }
 
 int createForCall(KRV_GatewayToken_t* gwTokPtr, char* hostname, int port, CallSlot** slotPtr)

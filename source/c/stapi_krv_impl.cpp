@@ -38,6 +38,11 @@ constexpr int HIGHEST_PORT = 65535;
 
 // ---- Set-up ----
 
+inline bool isSetUp()
+{
+    return __atomic_load_n(&stapiState, __ATOMIC_ACQUIRE) != 0;
+}
+
 // The process that is setting the library up at the moment, 0 if none is. A claim left by a process that this one was
 // forked from does not count.
 ProcessId initClaim = 0;
@@ -720,7 +725,7 @@ constexpr size_t fixedSize(const KRV_StatData_t*) { return 2 * sizeof(int32_t); 
 // was, if its texts take more than `room`.
 inline char* showElementAt(char* from, size_t room, KRV_IdData_t* record)
 {
-    const uint32_t idLen = static_cast<uint32_t>(loadWord(from));
+    const size_t idLen = static_cast<uint32_t>(loadWord(from));
     if (idLen > room) return nullptr;
     char* const idPtr = from + sizeof(int32_t);
     record->idLen = static_cast<int>(idLen);
@@ -730,10 +735,10 @@ inline char* showElementAt(char* from, size_t room, KRV_IdData_t* record)
 
 inline char* showElementAt(char* from, size_t room, KRV_StatData_t* record)
 {
-    const uint32_t statIdLen = static_cast<uint32_t>(loadWord(from));
+    const size_t statIdLen = static_cast<uint32_t>(loadWord(from));
     if (statIdLen > room) return nullptr;
     char* const statIdPtr = from + sizeof(int32_t);
-    const uint32_t statValueLen = static_cast<uint32_t>(loadWord(statIdPtr + statIdLen));
+    const size_t statValueLen = static_cast<uint32_t>(loadWord(statIdPtr + statIdLen));
     if (statValueLen > room - statIdLen) return nullptr;
     char* const statValuePtr = statIdPtr + statIdLen + sizeof(int32_t);
     record->statIdLen = static_cast<int>(statIdLen);
@@ -756,15 +761,17 @@ inline bool isKnownOwner(const Internal_ResultSetToken_t* resultSet)
 template <typename Record>
 inline bool stepInSubset(const char* category, Internal_ResultSetToken_t* resultSet, Record* record)
 {
-    if (traceLevelExceeds(TRACE_EVENT) || !resultSet || !record) return false;
-    if (resultSet->elementResultIndex == 0 || resultSet->queryIndex == 0) return false;
+    if (!isSetUp() || traceLevelExceeds(TRACE_EVENT) || !resultSet || !record) return false;
+    // Is either 0? (Two large ones may have that product, too: the long way is as good.)
+    const uint32_t elementIndex = static_cast<uint32_t>(resultSet->elementResultIndex);
+    if (elementIndex * static_cast<uint32_t>(resultSet->queryIndex) == 0) return false;
 
-    // In a buffer of less than the terminator's value, no length that fits can be taken for the terminator.
-    const size_t length = static_cast<uint32_t>(resultSet->rsBuffLen) - fixedSize(record);
-    if (length >= RESULT_SET_TERMINATOR) return false;
+    // With less than the terminator's value ahead, no length that fits can be taken for the terminator.
     char* const from = resultSet->cursor;
-    const size_t room = length - (reinterpret_cast<uintptr_t>(from) - reinterpret_cast<uintptr_t>(resultSet->rsBuffPtr));
-    if (room > length) return false;
+    const uintptr_t start = reinterpret_cast<uintptr_t>(resultSet->rsBuffPtr);
+    const uintptr_t last = start + static_cast<uint32_t>(resultSet->rsBuffLen) - fixedSize(record);
+    const size_t room = last - reinterpret_cast<uintptr_t>(from);
+    if (room >= RESULT_SET_TERMINATOR || reinterpret_cast<uintptr_t>(from) <= start) return false;
     if (memcmp(resultSet->rsBuffPtr, category, EYECATCHER_SIZE) != 0 || !isKnownOwner(resultSet)) return false;
     char* const next = showElementAt(from, room, record);
     if (!next) return false;
@@ -994,9 +1001,9 @@ int checkDumpArguments(Internal_ResultSetToken_t* rsPtr)
 // next call.
 int stapiInit()
 {
-    if (__atomic_load_n(&stapiState, __ATOMIC_ACQUIRE) != 0) return 0;
+    if (isSetUp()) return 0;
     claimInit();
-    const int rc = __atomic_load_n(&stapiState, __ATOMIC_ACQUIRE) != 0 ? 0 : runInitSteps();
+    const int rc = isSetUp() ? 0 : runInitSteps();
     releaseInit();
     return rc;
 }

@@ -463,16 +463,47 @@ TEST(CloseAll, ClosesEveryConnection)
     EXPECT_EQ(0, gateway.stop());
 }
 
+// Puts so many tokens on the list, as other connections would.
+void chainTokens(int count)
+{
+    for (int i = 0; i < count; i++) {
+        auto* token = static_cast<Internal_GatewayToken_t*>(std::calloc(1, sizeof(Internal_GatewayToken_t)));
+        token->socketDescriptor = -1;
+        ASSERT_EQ(0, chainGatewayToken(token));
+    }
+}
+
+TEST(Open, ThatFailsLeavesNothingBehindHoweverManyAreOpen)
+{
+    char* version = nullptr;
+    ASSERT_EQ(0, getStatsAPIVersion(&version));
+    GatewayProcess gateway({"close-before@init"});
+    const int closedPort = unusedPort();
+    const std::size_t before = openDescriptors();
+    int open = 0;
+    for (int count : {255, 256, 257, 258, 300}) {
+        chainTokens(count - open);
+        open = count;
+        Internal_GatewayToken_t* const last = gtListTailPtr;
+        Opened out;
+        EXPECT_EQ(KRVSTAT_CONNECTION_REFUSED, out.open(closedPort)) << count;
+        EXPECT_EQ(KRVSTAT_GATEWAY_PROTOCOL_ERROR, out.open(gateway.port())) << count;
+        EXPECT_TRUE(out.untouched()) << count;
+        EXPECT_EQ(static_cast<std::size_t>(count), listed().size());
+        EXPECT_EQ(last, gtListTailPtr) << count;
+        EXPECT_EQ(before, openDescriptors()) << count;
+    }
+    EXPECT_EQ(KRVSTAT_GTL_CORRUPT, closeAllGatewayConnections());
+    EXPECT_EQ(KRVSTAT_OK, closeAllGatewayConnections());
+    EXPECT_EQ(0, gateway.stop());
+}
+
 TEST(CloseAll, ALimitOf256IsReportedAsACorruptList)
 {
     char* version = nullptr;
     ASSERT_EQ(0, getStatsAPIVersion(&version));
     for (int count : {255, 256, 257}) {
-        for (int i = 0; i < count; i++) {
-            auto* token = static_cast<Internal_GatewayToken_t*>(std::calloc(1, sizeof(Internal_GatewayToken_t)));
-            token->socketDescriptor = -1;
-            ASSERT_EQ(0, chainGatewayToken(token));
-        }
+        chainTokens(count);
         EXPECT_EQ(count < 256 ? KRVSTAT_OK : KRVSTAT_GTL_CORRUPT, closeAllGatewayConnections());
         EXPECT_EQ(count == 257 ? 1u : 0u, listed().size());
         EXPECT_EQ(KRVSTAT_OK, closeAllGatewayConnections());

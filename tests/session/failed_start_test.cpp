@@ -20,6 +20,7 @@
 #include "forked_child.h"
 #include "krvstats.h"
 #include "krvstats_ext.h"
+#include "result_sets.h"
 #include "stapi_krv_diag.h"
 #include "stapi_krv_gwytok.h"
 #include "stapi_krv_impl.h"
@@ -39,6 +40,8 @@ struct Outputs {
     KRV_StatData_t stat = {};
     char host[10] = "127.0.0.1";
     char ids[4] = "1:2";
+    HeldSet idsInSubset{idSet({{"g", 0, {{"a"}, {"b"}, {"c"}}}})};
+    HeldSet statsInSubset{statSet({{"g", 0, {{"a", "1"}, {"b", "2"}, {"c", "3"}}}})};
 };
 
 // Each exported function with arguments whose outcome on a working library is known.
@@ -75,6 +78,19 @@ KRV_GatewayToken_t strangeToken(Outputs& outputs)
     return reinterpret_cast<KRV_GatewayToken_t>(&outputs);
 }
 
+// A set whose first element was taken already. A step from there is the one call that has a way of its own.
+KRV_ResultSetToken_t inSubset(const HeldSet& set)
+{
+    constexpr int behindHeader = RESULT_SET_PREAMBLE_SIZE + 4 + 1 + 4 + 4; // the text "g", its length, code and count
+    const bool stats = std::memcmp(set.block(), STATS_EYECATCHER, EYECATCHER_SIZE) == 0;
+    set.token->cursor = set.block() + behindHeader + (stats ? 4 + 1 + 4 + 1 : 4 + 1);
+    set.token->queryCount = 1;
+    set.token->queryIndex = 1;
+    set.token->elementResultCount = 3;
+    set.token->elementResultIndex = 2;
+    return set.token;
+}
+
 std::vector<Call> everyCall()
 {
     return {
@@ -97,6 +113,8 @@ std::vector<Call> everyCall()
         {"getNextId", [](Outputs& o) { return getNextId(nullptr, &o.id); }, -127},
         {"getFirstStat", [](Outputs& o) { return getFirstStat(nullptr, &o.stat); }, -127},
         {"getNextStat", [](Outputs& o) { return getNextStat(nullptr, &o.stat); }, -127},
+        {"getNextIdInASubset", [](Outputs& o) { return getNextId(inSubset(o.idsInSubset), &o.id); }, 0},
+        {"getNextStatInASubset", [](Outputs& o) { return getNextStat(inSubset(o.statsInSubset), &o.stat); }, 0},
         {"getIdQuery", [](Outputs& o) { return getIdQuery(nullptr, &o.text); }, -127},
         {"copyResultSet", [](Outputs& o) { return copyResultSet(nullptr, &o.set); }, -127},
         {"freeResultSet", [](Outputs& o) { return freeResultSet(&o.set); }, -127},

@@ -456,6 +456,20 @@ TEST(TraceDestination, LongNamesAreOpenedAsAskedAndRememberedCut)
     }
 }
 
+TEST(TraceDestination, MayBeNamedByTheTextThatRemembersIt)
+{
+    const ScratchFolder scratch;
+    for (const char* const name : {"trace", "t"}) {
+        TraceFile before(3);
+        std::string path = scratch.path(name);
+        EXPECT_EQ(KRVSTAT_OK, setAPITraceFile(path.data()));
+        EXPECT_EQ(KRVSTAT_OK, setAPITraceFile(statAPITraceFilename));
+        EXPECT_EQ(path, statAPITraceFilename);
+        EXPECT_TRUE(brief(parseTrace(readWholeFile(path))).back().ends_with(" new trace destination=" + path + " rc=0"));
+        EXPECT_EQ(KRVSTAT_OK, setAPITraceFile(statAPITraceFilename)) << "once more";
+    }
+}
+
 TEST(TraceDestination, TheSwitchIsMadeUnderTraceLockAndToldAfterwards)
 {
     TraceFile trace(0);

@@ -802,13 +802,24 @@ TEST_F(TokenList, IsLeftAloneByALateQueryAboutNoTokenOfIt)
     EXPECT_EQ(std::vector<Internal_GatewayToken_t*>{token}, listed());
 }
 
-TEST_F(TokenList, IsNotSearchedFartherThan256ForATokenOfALateQuery)
+TEST_F(TokenList, IsSearchedToItsEndForATokenOfALateQuery)
+{
+    std::vector<Internal_GatewayToken_t*> tokens;
+    for (int i = 0; i < 300; i++) {
+        tokens.push_back(makeToken());
+        ASSERT_EQ(0, chainGatewayToken(tokens.back()));
+    }
+    EXPECT_EQ(KRVSTAT_GATEWAY_PROTOCOL_ERROR, queryWhileTheListIsHeld(tokens.back()));
+    getTheList();
+    tokens.pop_back();
+    EXPECT_EQ(tokens, listed());
+    EXPECT_EQ(tokens.back(), gtListTailPtr);
+}
+
+TEST_F(TokenList, ThatGoesRoundIsNotSearchedForEverForATokenOfALateQuery)
 {
     BareList list(300);
-    EXPECT_EQ(KRVSTAT_GATEWAY_PROTOCOL_ERROR, queryWhileTheListIsHeld(&list.tokens[299]));
-    getTheList();
-    EXPECT_EQ(300u, listed().size());
-    list.tokens[299].nextGwyTokPtr = &list.tokens[0]; // and round and round
+    list.tokens[299].nextGwyTokPtr = &list.tokens[0];
     Internal_GatewayToken_t stranger = {};
     EXPECT_EQ(KRVSTAT_GATEWAY_PROTOCOL_ERROR, queryWhileTheListIsHeld(&stranger));
     getTheList();
