@@ -462,7 +462,7 @@ int parsePlainIds(ParseRun* run, int limit)
     const unsigned char* at = run->reply.at;
     const unsigned char* const stop = at + plainBytesAhead(run);
     char* cursor = run->cursor;
-    const char* const end = *run->resultSetBuffer + *run->resultSetBufferLen;
+    const char* const end = cursor + (*run->resultSetBufferLen - run->totaldatawritten);
 
     int parsed = 0;
     for (; parsed < limit; ++parsed) {

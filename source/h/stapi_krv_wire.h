@@ -65,8 +65,7 @@ static inline const unsigned char* take(WireReader* reader, size_t length)
 
 static inline void skip(WireReader* reader, size_t length)
 {
-    if (length > bytesLeft(reader)) length = bytesLeft(reader);
-    reader->at += length;
+    reader->at = length < bytesLeft(reader) ? reader->at + length : reader->end;
 }
 
 static inline unsigned int readU8(WireReader* reader)

@@ -407,6 +407,7 @@ TEST(Growth, AsksForTwiceAnyLengthThatCanBeDoubled)
 {
     for (int capacity : {1, INT_MAX / 3 + 1, INT_MAX / 2 - 1, INT_MAX / 2}) {
         ParseBuffer buffer(100);
+        char* const lost = buffer.block;
         buffer.capacity = capacity;
         char* cursor = nullptr;
         int rc = 0;
@@ -419,6 +420,8 @@ TEST(Growth, AsksForTwiceAnyLengthThatCanBeDoubled)
             requests = watch.requests();
             size = watch.size(0);
         }
+        std::free(lost);
+        EXPECT_EQ(nullptr, buffer.block);
         EXPECT_EQ(KRVSTAT_OUT_OF_MEMORY, rc);
         EXPECT_EQ(1, requests) << capacity;
         EXPECT_LE(2 * static_cast<std::size_t>(capacity), size) << capacity;
