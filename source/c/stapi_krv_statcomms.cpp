@@ -651,7 +651,7 @@ int calculateCallLength(AdminRequest request)
         + countedTextLength(request.clientVariant) + countedTextLength(request.objectName)
         + countedTextLength(request.invokeAction) + arraySize + static_cast<int>(sizeof OBJ_ARRAY_HEADER)
         + countedTextLength(request.invokeParms) + arraySize + countedTextLength(request.invokeSigs);
-    traceExit(2217, ".calculateCallLength(invokeAction=%p) callLength=%d\n",
+    traceExit(2217, ".calculateCallLength(invokeAction=%p) rc=%d\n",
         static_cast<const void*>(request.invokeAction), callLength);
     return callLength;
 }
@@ -663,7 +663,7 @@ int calculateGetAttrCallLength(AdminRequest request)
     const int callLength = countedTextLength(request.clientCountry) + countedTextLength(request.clientLanguage)
         + countedTextLength(request.clientVariant) + countedTextLength(request.objectName)
         + countedTextLength(request.attributeName);
-    traceExit(2219, ".calculateGetAttrCallLength(attributeName=%p) callLength=%d\n",
+    traceExit(2219, ".calculateGetAttrCallLength(attributeName=%p) rc=%d\n",
         static_cast<const void*>(request.attributeName), callLength);
     return callLength;
 }
