@@ -631,7 +631,7 @@ int walk(const Worker& worker, Internal_ResultSetToken_t* resultSet, const void*
 
     bool more = true;
     if (step->fromStart) more = startWalk(worker, resultSet, &position);
-    if (step->fromStart && more && worker.notStarted != 0) {
+    if (step->fromStart && worker.notStarted != 0) {
         traceDebug(worker.notStarted, ".%s No getFirst%s() called on Resultset=%p. Datacursor=%p\n", worker.function,
             worker.stats ? "Stat" : "Id", static_cast<void*>(resultSet), static_cast<void*>(at(&position)));
     }

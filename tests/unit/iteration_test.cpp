@@ -557,6 +557,24 @@ TEST(IterationTrace, OfAnEnd)
     expectLine(trace, "EXIT", firstStatNames.worker + "() last=1 rc=-113");
 }
 
+TEST(IterationTrace, OfANextThatStartsInAnEmptySet)
+{
+    HeldSet ids(text("KRVIDSET") + terminatorBytes());
+    HeldSet stats(text("KRVSTSET") + terminatorBytes());
+    KRV_IdData_t id;
+    KRV_StatData_t stat;
+    TraceFile trace(4);
+    ASSERT_EQ(-113, getNextId(ids.token, &id));
+    expectFrame(trace, nextIdNames, -113);
+    expectLine(trace, "DEBUG", nextIdNames.worker + " No getFirstId() called on Resultset=" + pointerText(ids.token)
+                                   + ". Datacursor=" + pointerText(ids.block() + 12));
+    trace.forget();
+    ASSERT_EQ(-113, getNextStat(stats.token, &stat));
+    expectFrame(trace, nextStatNames, -113);
+    expectLine(trace, "DEBUG", nextStatNames.worker + " No getFirstStat() called on Resultset=" + pointerText(stats.token)
+                                   + ". Datacursor=" + pointerText(stats.block() + 12));
+}
+
 TEST(IterationTrace, OfAFirstStat)
 {
     HeldSet set(statSet(threeQueries));
