@@ -2,18 +2,28 @@
 // left on the list, no wrong answer, and the code that the failed allocation has.
 //
 // Each scenario runs once to count its allocations and then once for each of them and each way; the count proves that
-// every injection met its allocation.
+// every injection met its allocation. All of that under each of several conditions, in which the library goes other ways.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <functional>
+#include <memory>
 #include <ostream>
 #include <string>
+#include <tuple>
 #include <utility>
 #include <vector>
 
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <sys/select.h>
+#include <unistd.h>
+
 #include "krvstats.h"
+#include "krvstats_ext.h"
 #include "ready_gateway.h"
 #include "reply_builder.h"
+#include "stapi_krv_diag.h"
 #include "stapi_krv_gwytok.h"
 #include "stapi_krv_resultsetbuffer.h"
 #include "trace_capture.h"
@@ -62,6 +72,71 @@ Answer answerOf(KRV_ResultSetToken_t set, bool statistics)
     return answer;
 }
 
+// ---- Conditions ---------------------------------------------------------------------------------------------------
+
+enum class Condition { Plain, WithADeadline, Traced, WithManyOpenFiles };
+
+const char* nameOf(Condition condition)
+{
+    switch (condition) {
+    case Condition::WithADeadline: return "WithADeadline";
+    case Condition::Traced: return "Traced";
+    case Condition::WithManyOpenFiles: return "WithManyOpenFiles";
+    default: return "Plain";
+    }
+}
+
+// So many that a new socket's number does not fit an fd_set any more.
+class ManyOpenFiles {
+public:
+    ManyOpenFiles()
+    {
+        getrlimit(RLIMIT_NOFILE, &before);
+        rlimit raised = before;
+        raised.rlim_cur = std::max<rlim_t>(before.rlim_cur, 2 * FD_SETSIZE);
+        raised.rlim_max = std::max(before.rlim_max, raised.rlim_cur);
+        EXPECT_EQ(0, setrlimit(RLIMIT_NOFILE, &raised));
+        for (int file = 0; file >= 0 && file < FD_SETSIZE; files.push_back(file)) file = open("/dev/null", O_RDONLY | O_CLOEXEC);
+        EXPECT_LE(FD_SETSIZE, files.back());
+    }
+    ~ManyOpenFiles()
+    {
+        for (int file : files) close(file);
+        EXPECT_EQ(0, setrlimit(RLIMIT_NOFILE, &before));
+    }
+    ManyOpenFiles(const ManyOpenFiles&) = delete;
+    ManyOpenFiles& operator=(const ManyOpenFiles&) = delete;
+
+private:
+    rlimit before = {};
+    std::vector<int> files;
+};
+
+// Holds as long as it lives. What is dumped goes where the trace goes.
+class Surroundings {
+public:
+    explicit Surroundings(Condition condition) : trace(condition == Condition::Traced ? 5 : 0)
+    {
+        EXPECT_EQ(0, setCallDeadline(condition == Condition::WithADeadline ? 600000 : 0));
+        if (condition == Condition::WithManyOpenFiles) files = std::make_unique<ManyOpenFiles>();
+    }
+    ~Surroundings() { EXPECT_EQ(0, setCallDeadline(0)); }
+    Surroundings(const Surroundings&) = delete;
+    Surroundings& operator=(const Surroundings&) = delete;
+
+    bool wroteSomething() const { return !trace.text().empty(); }
+
+private:
+    TraceFile trace;
+    std::unique_ptr<ManyOpenFiles> files;
+};
+
+// Each wait for a descriptor that no fd_set can hold has a set of its own.
+std::size_t setsOf(Condition condition, std::size_t waits)
+{
+    return condition == Condition::WithManyOpenFiles ? waits : 0;
+}
+
 // ---- Scenarios ----------------------------------------------------------------------------------------------------
 
 // An open connection, and what its calls gave.
@@ -86,7 +161,7 @@ struct Scenario {
     Bytes replies; // behind those to the opening, twice: for the call and for the one after it
     std::function<int(Session&)> prepare;
     std::function<int(Session&)> call;
-    std::function<std::vector<int>(int count)> codes;
+    std::function<std::vector<int>(Condition condition, int count)> codes;
     std::function<void(Session&)> checkSuccess;
 };
 
@@ -112,16 +187,24 @@ const std::size_t allocationsOfAnAdminCall = 7;
 // Three requests of the greeting, each with its reply's header, and the bodies of the replies to the authorisation.
 const std::size_t allocationsOfAGreeting = 8;
 
+// The sets of one for writing and one for errors, while connecting; and of one for each reply.
+constexpr std::size_t waitsOfConnecting = 2;
+constexpr std::size_t waitsOfAGreeting = 3;
+constexpr std::size_t waitsOfAnAdminCall = 2;
+constexpr std::size_t waitsOfAGoodbye = 1;
+
 Scenario opening()
 {
-    auto codes = [](int count) {
+    auto codes = [](Condition condition, int count) {
         std::vector<int> before = {KRVSTAT_OUT_OF_MEMORY,           // the token
                                    KRVSTAT_OUT_OF_MEMORY,           // its result set
                                    KRVSTAT_OUT_OF_MEMORY,           // the result set's query text
                                    KRVSTAT_GATEWAY_PROTOCOL_ERROR,  // the version: missed only when it arrives
                                    KRVSTAT_OUT_OF_MEMORY};          // the result-set buffer
-        std::vector<int> after = join(times(allocationsOfAGreeting, KRVSTAT_CONNECT_FAILED),
-                                      times(allocationsOfAnAdminCall, KRVSTAT_GATEWAY_PROTOCOL_ERROR));
+        const std::size_t greeting = allocationsOfAGreeting + setsOf(condition, waitsOfConnecting + waitsOfAGreeting);
+        const std::size_t adminCall = allocationsOfAnAdminCall + setsOf(condition, waitsOfAnAdminCall);
+        std::vector<int> after =
+            join(times(greeting, KRVSTAT_CONNECT_FAILED), times(adminCall, KRVSTAT_GATEWAY_PROTOCOL_ERROR));
         after.push_back(KRVSTAT_OUT_OF_MEMORY); // the version as it is handed out
         std::size_t resolving = static_cast<std::size_t>(count) - before.size() - after.size();
         return join(join(before, times(resolving, KRVSTAT_HOST_NOT_RESOLVED)), after);
@@ -146,24 +229,26 @@ Scenario query(const char* name, bool withIds, bool statistics, FirstText first,
         data = statsData("q", 0, {{"a", value}, {"b", other}});
         expected = {"a=" + value, "b=" + other};
     }
-    const std::vector<int> codes =
-        join(times(withIds ? 1 : 0, KRVSTAT_OUT_OF_MEMORY),
-             times(allocationsOfAnAdminCall + (grows ? 1 : 0), KRVSTAT_GATEWAY_PROTOCOL_ERROR));
-    return {name, queryReplies(data), openSession,
-            [call](Session& session) { return call(session.token, &session.set); }, [codes](int) { return codes; },
+    auto codes = [withIds, grows](Condition condition, int) {
+        const std::size_t adminCall = allocationsOfAnAdminCall + setsOf(condition, waitsOfAnAdminCall);
+        return join(times(withIds ? 1 : 0, KRVSTAT_OUT_OF_MEMORY),
+                    times(adminCall + (grows ? 1 : 0), KRVSTAT_GATEWAY_PROTOCOL_ERROR));
+    };
+    return {name, queryReplies(data), openSession, [call](Session& session) { return call(session.token, &session.set); }, codes,
             [expected, statistics](Session& session) { EXPECT_EQ(expected, answerOf(session.set, statistics)); }};
 }
 
-// On the answer to a query.
+// On the answer to a query; with so many waits that may fail without a consequence.
 Scenario reading(const char* name, const std::function<int(Session&)>& call, const std::vector<int>& codes,
-                 const std::function<void(Session&)>& checkSuccess)
+                 const std::function<void(Session&)>& checkSuccess, std::size_t waits = 0)
 {
     return {name, queryReplies(statsData("q", 0, {{"a", "1"}, {"b", "two"}})),
             [](Session& session) {
                 int rc = openSession(session);
                 return rc == 0 ? getStats(session.token, &session.set) : rc;
             },
-            call, [codes](int) { return codes; }, checkSuccess};
+            call, [codes, waits](Condition condition, int) { return join(codes, times(setsOf(condition, waits), 0)); },
+            checkSuccess};
 }
 
 char someIds[] = "a:b";
@@ -196,8 +281,9 @@ std::vector<Scenario> scenarios()
         reading("dumpResultSet", [](Session& session) { return dumpResultSet(session.set); }, none, nothing),
         reading("dumpState", [](Session&) { return dumpState(); }, none, nothing),
         reading("closeGatewayConnection", [](Session& session) { return closeGatewayConnection(&session.token); },
-                neverFails, nothing),
-        reading("closeAllGatewayConnections", [](Session&) { return closeAllGatewayConnections(); }, neverFails, nothing),
+                neverFails, nothing, waitsOfAGoodbye),
+        reading("closeAllGatewayConnections", [](Session&) { return closeAllGatewayConnections(); }, neverFails, nothing,
+                waitsOfAGoodbye),
     };
 }
 
@@ -253,13 +339,13 @@ Outcome runOnce(const Scenario& scenario, ReadyGateway& gateway, int failFrom, i
 
 } // namespace
 
-class EveryAllocation : public ::testing::TestWithParam<Scenario> {
+class EveryAllocation : public ::testing::TestWithParam<std::tuple<Scenario, Condition>> {
 };
 
 TEST_P(EveryAllocation, FailsOnceWithItsCodeAndLeavesNothing)
 {
-    const Scenario& scenario = GetParam();
-    TraceFile dumps(0);
+    const auto& [scenario, condition] = GetParam();
+    const Surroundings surroundings(condition);
     ReadyGateway gateway;
     runOnce(scenario, gateway, -1, 0); // what the C library keeps for itself is allocated here
     const Outcome clean = runOnce(scenario, gateway, -1, 0);
@@ -268,7 +354,7 @@ TEST_P(EveryAllocation, FailsOnceWithItsCodeAndLeavesNothing)
     EXPECT_EQ(0, clean.blocksLeft);
     EXPECT_LT(clean.requests, WatchedAllocations::most / 3) << "the watch counts so many only";
 
-    const std::vector<int> codes = scenario.codes(clean.requests);
+    const std::vector<int> codes = scenario.codes(condition, clean.requests);
     ASSERT_EQ(codes.size(), static_cast<std::size_t>(clean.requests));
     for (int number = 0; number < clean.requests; number++) {
         for (int failFor : {1, untilTheEnd}) {
@@ -291,9 +377,50 @@ TEST_P(EveryAllocation, FailsOnceWithItsCodeAndLeavesNothing)
             EXPECT_FALSE(run.tokenLeft);
         }
     }
+    EXPECT_TRUE(condition != Condition::Traced || surroundings.wroteSomething());
 }
 
-INSTANTIATE_TEST_SUITE_P(Calls, EveryAllocation, ::testing::ValuesIn(scenarios()),
-                         [](const ::testing::TestParamInfo<Scenario>& scenario) { return std::string(scenario.param.name); });
+std::string nameOfRun(const ::testing::TestParamInfo<std::tuple<Scenario, Condition>>& run)
+{
+    return std::string(std::get<Scenario>(run.param).name) + nameOf(std::get<Condition>(run.param));
+}
+
+INSTANTIATE_TEST_SUITE_P(Calls, EveryAllocation,
+                         ::testing::Combine(::testing::ValuesIn(scenarios()),
+                                            ::testing::Values(Condition::Plain, Condition::WithADeadline, Condition::Traced,
+                                                              Condition::WithManyOpenFiles)),
+                         nameOfRun);
+
+// A stream is one allocation. Its buffer is another, once there is something to write; what gets none writes without.
+TEST(TraceFileAllocations, FailOnceWithTheirCodeAndLeaveTheDestination)
+{
+    for (const int level : {0, 5}) {
+        const std::vector<int> codes = join(times(1, KRVSTAT_TRACE_FILE_OPEN_FAILED), times(level > 0 ? 1 : 0, 0));
+        for (int number = 0; number <= static_cast<int>(codes.size()); number++) { // the last run fails nowhere
+            for (int failFor : {1, untilTheEnd}) {
+                SCOPED_TRACE("level " + std::to_string(level) + ", allocation " + std::to_string(number));
+                const bool fails = number < static_cast<int>(codes.size());
+                const int expected = fails ? codes[static_cast<std::size_t>(number)] : 0;
+                TraceFile trace(level);
+                ScratchFolder scratch;
+                std::string name = scratch.path("other");
+                const std::string destination = expected == 0 ? name : trace.path();
+                {
+                    AllocationWatch watch(1, SIZE_MAX / 2);
+                    watch.fail(number, failFor);
+                    EXPECT_EQ(expected, setAPITraceFile(name.data()));
+                    EXPECT_EQ(fails ? 1 : 0, watch.failures());
+                    EXPECT_EQ(expected == 0 ? static_cast<int>(codes.size()) : 1, watch.requests());
+                    watch.fail(-1, 0);
+                    EXPECT_EQ(destination, statAPITraceFilename);
+                    EXPECT_EQ(0, setAPITraceLevel(0));
+                    EXPECT_EQ(0, setAPITraceFile(nullptr));
+                    EXPECT_EQ(0, watch.blocksLeft());
+                }
+                EXPECT_EQ(level > 0 ? 1u : 0u, linesNumbered(parseTrace(readWholeFile(destination)), 1101).size());
+            }
+        }
+    }
+}
 
 } // namespace krvtest

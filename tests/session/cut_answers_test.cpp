@@ -4,8 +4,10 @@
 // answer, and no set whose parts do not add up.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <climits>
 #include <cstring>
+#include <iterator>
 #include <optional>
 #include <random>
 #include <string>
@@ -31,10 +33,14 @@ struct Field {
     std::int32_t value = 0;
 };
 
+// Of short blocks: one byte, and each of them stands behind a short block's type once in the answer.
+constexpr unsigned char shortLengths[] = {31, 37, 41};
+
 Reply statisticsInAllForms()
 {
-    const std::vector<ValueSegment> both = {{blockLong, letters(23, 1)}, {blockLong, letters(29, 2)}, {blockShort, letters(31, 3)}};
-    const std::vector<ValueSegment> shortOnly = {{blockShort, letters(37, 4)}, {blockShort, letters(41, 5)}};
+    const std::vector<ValueSegment> both = {
+        {blockLong, letters(23, 1)}, {blockLong, letters(29, 2)}, {blockShort, letters(shortLengths[0], 3)}};
+    const std::vector<ValueSegment> shortOnly = {{blockShort, letters(shortLengths[1], 4)}, {blockShort, letters(shortLengths[2], 5)}};
     Reply reply;
     reply.responses = {
         statsResponse("first:of:all", 0,
@@ -68,7 +74,8 @@ Bytes withNumber(Bytes bytes, const Field& field, std::int32_t value)
     return bytes;
 }
 
-// Every place where a number between 1 and 200 could stand: all lengths and counts are among them.
+// Every place where a number between 1 and 200 could stand: all lengths and counts are among them, but for those of short
+// blocks.
 std::vector<Field> possibleFields(const Bytes& data)
 {
     std::vector<Field> fields;
@@ -163,6 +170,25 @@ TEST_P(CutAnswers, EachLengthAndCountSetToOthers)
     }
     EXPECT_GT(answers, 0);
     EXPECT_GT(refusals, static_cast<int>(fields.size()));
+}
+
+TEST_P(CutAnswers, EachLengthOfAShortBlockSetToOthers)
+{
+    const bool hasBlocks = GetParam() == ReplyKind::Statistics;
+    for (const unsigned char length : shortLengths) {
+        const Bytes head = {blockShort, length};
+        const auto place = std::search(data.begin(), data.end(), head.begin(), head.end());
+        EXPECT_EQ(hasBlocks, place != data.end()) << +length;
+        if (place == data.end()) continue; // ids come in no blocks
+        EXPECT_EQ(data.end(), std::search(place + 1, data.end(), head.begin(), head.end())) << +length;
+        const std::size_t at = static_cast<std::size_t>(place - data.begin()) + 1;
+        for (int value : {0, 1, 255, length + 1, length - 1}) {
+            Bytes sent = data;
+            sent[at] = static_cast<unsigned char>(value);
+            expectAnswered(sent, std::to_string(length) + " at " + std::to_string(at) + " set to " + std::to_string(value));
+        }
+    }
+    EXPECT_EQ(hasBlocks ? 5 * static_cast<int>(std::size(shortLengths)) : 0, answers + refusals);
 }
 
 INSTANTIATE_TEST_SUITE_P(Kinds, CutAnswers, ::testing::Values(ReplyKind::Statistics, ReplyKind::Ids),

@@ -3,6 +3,7 @@
 // Never a part of an answer with code 0.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <climits>
 #include <initializer_list>
@@ -15,6 +16,7 @@
 #include "krvstats.h"
 #include "krvstats_ext.h"
 #include "ready_gateway.h"
+#include "scripted_peer.h"
 #include "stapi_krv_gwytok.h"
 #include "stapi_krv_resultsetbuffer.h"
 #include "stream_model.h"
@@ -120,6 +122,20 @@ Conversation wholeConversation()
     addIdFields(whole, ids + adminFixed);
     addReply(whole, 4, closeReply());
     return whole;
+}
+
+// A gateway that takes each request before it answers it, and resets the connection behind so many bytes of its answers.
+Script resetBehind(const Conversation& whole, std::size_t length)
+{
+    Script script;
+    for (std::size_t number = 0; number < whole.starts.size() && whole.starts[number] < length; number++) {
+        const std::size_t start = whole.starts[number];
+        const std::size_t end = number + 1 < whole.starts.size() ? whole.starts[number + 1] : whole.stream.size();
+        script.push_back(expectMessage());
+        script.push_back(sendWhole(slice(whole.stream, start, std::min(length, end) - start)));
+    }
+    script.push_back(resetLink());
+    return script;
 }
 
 std::int32_t fieldValue(const Bytes& stream, const Field& field)
@@ -293,7 +309,8 @@ TEST_F(CutConversations, CloseBehindEveryByteIsSeen)
     EXPECT_EQ(static_cast<int>(whole.stream.size()), conversations);
 }
 
-TEST_F(CutConversations, ResetBehindEveryByteGivesRightAnswersOrCodes)
+// A gateway that has said so much before it was asked, and is gone.
+TEST_F(CutConversations, ResetBeforeAnyRequestGivesRightAnswersOrCodes)
 {
     const Gained right = modelled(whole.stream);
     for (std::size_t length = 0; length < whole.stream.size(); length++) {
@@ -301,6 +318,30 @@ TEST_F(CutConversations, ResetBehindEveryByteGivesRightAnswersOrCodes)
         EXPECT_TRUE(isRightOrACode(right, comparable(converse(gateway.port()), right))) << length << " bytes";
         EXPECT_EQ(nullptr, gtListHeadPtr);
     }
+}
+
+// Where a message ends, the break may come before the next request is sent or behind it, and meet what was not read yet.
+TEST_F(CutConversations, ResetBehindEveryByteGivesRightAnswersOrCodes)
+{
+    std::vector<Script> scripts;
+    for (std::size_t length = 0; length < whole.stream.size(); length++) scripts.push_back(resetBehind(whole, length));
+    ScriptedPeer peer(scripts);
+    const Gained right = modelled(whole.stream);
+    for (std::size_t length = 0; length < whole.stream.size(); length++) {
+        const Gained gained = converse(peer.port());
+        const bool between = std::find(whole.starts.begin(), whole.starts.end(), length) != whole.starts.end();
+        if (between) {
+            EXPECT_TRUE(isRightOrACode(right, comparable(gained, right))) << length << " bytes";
+            EXPECT_FALSE(comparable(gained, right) == right && length < whole.starts.back()) << length << " bytes are not all";
+        } else {
+            const Gained expected = modelled(slice(whole.stream, 0, length));
+            EXPECT_EQ(expected, comparable(gained, expected)) << length << " bytes";
+        }
+        EXPECT_EQ(nullptr, gtListHeadPtr) << length << " bytes";
+    }
+    peer.finish();
+    EXPECT_EQ("", peer.problem());
+    EXPECT_EQ(whole.stream.size(), peer.connections());
 }
 
 // Each of them waits for its deadline: so several at a time.

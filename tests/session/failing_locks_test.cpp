@@ -1,10 +1,12 @@
 // Every request and every release of the library's two locks fails once, with each error: the answers stay right, and
-// the locks work afterwards. A lock that cannot be made is a failed start, which the next call tries again.
+// the locks work afterwards. One that is not granted in time has a code of its own. A lock that cannot be made is a failed
+// start, which the next call tries again.
 #include <gtest/gtest.h>
 
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
+#include <iterator>
 #include <string>
 #include <vector>
 
@@ -111,6 +113,50 @@ TEST_F(FailingLocks, RequestsWithADeadlineAreNotMissed)
 {
     ASSERT_EQ(0, setCallDeadline(600000));
     failEach(failingMutexWait, lockErrors);
+    ASSERT_EQ(0, setCallDeadline(0));
+}
+
+TEST_F(FailingLocks, RequestsThatAreNotGrantedInTimeEndTheirCallAndLeaveTheNextOneWell)
+{
+    ASSERT_EQ(0, setCallDeadline(600000));
+    const Gained expected[] = {
+        {KRVSTAT_CONNECT_TIMEOUT, 0, "", 0},                                      // the open cannot enter its connection
+        {0, KRVSTAT_GATEWAY_PROTOCOL_ERROR, "", KRVSTAT_GATEWAY_TOKEN_NOT_FOUND}, // the query cannot look it up
+        {0, 0, everythingRight.answer, KRVSTAT_GATEWAY_PROTOCOL_ERROR},           // nor can the close, which may be repeated
+    };
+    const Outcome clean = runFailing(failingMutexWait, gateway.port(), -1, 0, false);
+    ASSERT_EQ(static_cast<int>(std::size(expected)), clean.seen);
+    for (int number = 0; number < clean.seen; number++) {
+        const Outcome run = runFailing(failingMutexWait, gateway.port(), number, ETIMEDOUT, false);
+        EXPECT_EQ(1, run.hits) << "request " << number;
+        EXPECT_EQ(expected[number], run.gained) << "request " << number;
+        EXPECT_EQ(run.gained.close == KRVSTAT_GATEWAY_PROTOCOL_ERROR, gtListHeadPtr != nullptr) << "request " << number;
+        EXPECT_EQ(0, closeAllGatewayConnections()) << "request " << number;
+        EXPECT_EQ(nullptr, gtListHeadPtr) << "request " << number;
+        EXPECT_EQ(everythingRight, converse(gateway.port())) << "after request " << number;
+    }
+    ASSERT_EQ(0, setCallDeadline(0));
+}
+
+TEST_F(FailingLocks, RequestOfAClosingOfAllThatIsNotGrantedInTimeLeavesWhatIsOpen)
+{
+    KRV_GatewayToken_t token = nullptr;
+    KRV_ResultSetToken_t set = nullptr;
+    char* version = nullptr;
+    ASSERT_EQ(0, setCallDeadline(600000));
+    ASSERT_EQ(0, openGatewayConnection(gateway.port(), &token, &version));
+
+    failingMutexWait = FailingCall{0, ETIMEDOUT, 0, 0, 0, ETIMEDOUT};
+    const int rc = closeAllGatewayConnections();
+    const int hits = failingMutexWait.met;
+    failingMutexWait = FailingCall{-1, 0, 0, 0, 0};
+    EXPECT_EQ(1, hits);
+    EXPECT_EQ(0, rc);
+
+    EXPECT_EQ(token, gtListHeadPtr);
+    EXPECT_EQ(0, getStats(token, &set));
+    EXPECT_EQ(0, closeAllGatewayConnections());
+    EXPECT_EQ(nullptr, gtListHeadPtr);
     ASSERT_EQ(0, setCallDeadline(0));
 }
 

@@ -274,6 +274,14 @@ void Tally::complain(const std::string& what)
     if (said.size() < mostComplaints) said.push_back(what);
 }
 
+std::set<int> Tally::codesGiven() const
+{
+    std::set<int> given;
+    for (std::size_t place = 0; place < mostCodes; place++)
+        if (codes[place] > 0) given.insert(-static_cast<int>(place));
+    return given;
+}
+
 std::string Tally::summary() const
 {
     std::string text = std::to_string(mostOpen) + " connections at most, " + std::to_string(right) + " right answers, "

@@ -7,6 +7,7 @@
 #include <chrono>
 #include <cstdint>
 #include <mutex>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -25,6 +26,8 @@ public:
     void complain(const std::string& what);
 
     std::uint64_t rightAnswers() const { return right; }
+    int mostConnections() const { return mostOpen; }
+    std::set<int> codesGiven() const;
     void countRightAnswer() { right++; }
     void countInterruption() { interrupted++; }
 

@@ -3,16 +3,19 @@
 // long.
 //
 // In rounds, each with gateways and threads of its own: behind a round everything is closed, and memory, descriptors and
-// threads must be what they were behind the first. Ends with 0 if that is so and every answer was right, else with 1 and
-// what was found; the same seed gives the same gateways and questions.
+// threads must be what they were behind the first. A run of 10 seconds or more (that many times PATIENCE) must also have
+// had 200 connections open at a time, and have met each way for a gateway to fail. Ends with 0 if that is so and every
+// answer was right, else with 1 and what was found; the same seed gives the same gateways and questions.
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
 #include <future>
+#include <set>
 
 #include "account.h"
 #include "agents.h"
+#include "krvstats.h"
 
 namespace {
 
@@ -22,6 +25,12 @@ constexpr int gatewayCount = 24;
 constexpr int longestRound = 30; // seconds
 constexpr int warmUp = 3;        // seconds of the first one, in which caches fill
 
+// What a run has to meet, or it proves little. On a busy machine three seconds are enough for that.
+constexpr int provingSeconds = 10;
+constexpr int leastConnections = 200;
+constexpr int failures[] = {KRVSTAT_GATEWAY_COMMS_FAILED, KRVSTAT_CONNECT_FAILED, KRVSTAT_GATEWAY_PROTOCOL_ERROR,
+                            KRVSTAT_CONNECT_TIMEOUT};
+
 struct Order {
     int seconds = 0;
     std::uint64_t seed = 0;
@@ -30,6 +39,8 @@ struct Order {
 
 struct Outcome {
     std::uint64_t rightAnswers = 0;
+    int mostConnections = 0;
+    std::set<int> codes;
     std::vector<std::string> found;
 };
 
@@ -42,7 +53,7 @@ Outcome runRound(const Order& order)
                       std::chrono::steady_clock::now() + std::chrono::seconds(order.seconds));
     }
     std::printf("soak: %d s: %s\n", order.seconds, tally.summary().c_str());
-    return {tally.rightAnswers(), tally.complaints()};
+    return {tally.rightAnswers(), tally.mostConnections(), tally.codesGiven(), tally.complaints()};
 }
 
 void print(const Account& account)
@@ -58,6 +69,17 @@ Outcome roundOfItsOwn(const Order& order)
     return std::async(std::launch::async, runRound, order).get();
 }
 
+// What the whole run should have met and did not.
+std::vector<std::string> missed(const Outcome& all)
+{
+    std::vector<std::string> found;
+    if (all.mostConnections < leastConnections)
+        found.push_back("only " + std::to_string(all.mostConnections) + " connections were open at a time");
+    for (int rc : failures)
+        if (all.codes.count(rc) == 0) found.push_back("no call gave " + std::to_string(rc));
+    return found;
+}
+
 int runRounds(Order order)
 {
     const int seconds = order.seconds;
@@ -70,12 +92,15 @@ int runRounds(Order order)
         order.seed++;
         const Outcome round = roundOfItsOwn(order);
         all.rightAnswers += round.rightAnswers;
+        all.mostConnections = std::max(all.mostConnections, round.mostConnections);
+        all.codes.insert(round.codes.begin(), round.codes.end());
         all.found = round.found;
         const Account now = takeAccount();
         print(now);
         const std::vector<std::string> grown = grownSince(start, now);
         all.found.insert(all.found.end(), grown.begin(), grown.end());
     }
+    if (all.found.empty() && seconds / order.patience >= provingSeconds) all.found = missed(all);
     if (all.rightAnswers == 0) all.found.push_back("there was no right answer at all");
     for (const std::string& each : all.found) std::printf("soak: %s\n", each.c_str());
     std::printf(all.found.empty() ? "soak: nothing found\n" : "soak: failed\n");
