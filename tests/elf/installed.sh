@@ -1,20 +1,21 @@
 # Installs the built tree and reads what a hardened build must show from the machine code and the headers of its libraries
 # and programs. Says of each file what is missing.
 #
-# installed.sh CMAKE BUILD-FOLDER READELF OBJDUMP HARDENED FORTIFIED RECORDED
+# installed.sh CMAKE SOURCES BUILD-FOLDER READELF OBJDUMP HARDENED FORTIFIED RECORDED
 #
 # HARDENED   1: compiler and linker were given the flags of a hardened build
 # FORTIFIED  1: calls of libc were checked by size too (which takes an optimising compiler)
-# RECORDED   1: the debugging information names the compiler's options
+# RECORDED   1: gcc's debugging information names its options
 set -eu
 
 cmake=$1
-build=$2
-readelf=$3
-objdump=$4
-hardened=$5
-fortified=$6
-recorded=$7
+sources=$2
+build=$3
+readelf=$4
+objdump=$5
+hardened=$6
+fortified=$7
+recorded=$8
 
 scratch=$(mktemp -d)
 trap 'rm -rf "$scratch"' EXIT
@@ -63,10 +64,29 @@ checkEntries() {
     if [ -s "$scratch/unmarked" ]; then fail "exported functions without endbr: $(cat "$scratch/unmarked")"; fi
 }
 
+# Level 1 checks what copies, level 2 what prints too.
 checkFortified() {
-    if ! grep ' UND __.*_chk@' "$scratch/symbols" | grep -qv '__stack_chk_fail'; then
-        fail "no call of libc is checked by size"
-    fi
+    if ! grep -q ' UND __[a-z]*printf_chk@' "$scratch/symbols"; then fail "its formatted output is not checked"; fi
+}
+
+# One source that was compiled at a lower level does not show in its file: the commands of the build tell.
+checkLevel() {
+    case $name in
+        krvgwsim) part=gateway ;;
+        krvstat) part=tools/krvstat ;;
+        *) part=source ;;
+    esac
+    awk -v folder="$sources/$part/" '
+        $1 == "\"command\":" {
+            level = "not at all"
+            for (i = 2; i <= NF; i++) if ($i ~ /^-[DU]_FORTIFY_SOURCE/) level = $i
+        }
+        $1 == "\"file\":" && index($0, "\"" folder) {
+            seen = 1
+            if (level !~ /^-D_FORTIFY_SOURCE=[23]$/) print $2, level
+        }
+        END { if (!seen) print "there is no command for", folder }' "$build/compile_commands.json" >"$scratch/levels"
+    if [ -s "$scratch/levels" ]; then fail "compiled with calls of libc checked at another level: $(cat "$scratch/levels")"; fi
 }
 
 # The compiler's own record, for what need not leave a trace in a program's code.
@@ -101,11 +121,12 @@ while read -r file; do
     if [ "$hardened" = 1 ]; then
         checkHardening
         if [ "$recorded" = 1 ]; then checkRecord "$file"; fi
-        case $name in *.so.*)
-            if [ -n "$marksEntries" ]; then checkEntries; fi
-            if [ "$fortified" = 1 ]; then checkFortified; fi
-            ;;
-        esac
+        case $name in *.so.*) if [ -n "$marksEntries" ]; then checkEntries; fi ;; esac
+    fi
+    if [ "$fortified" = 1 ]; then
+        checkLevel
+        # clang has none of it in C++ but for what takes a list of arguments, as the library does.
+        case $recorded,$name in 1,* | *.so.*) checkFortified ;; esac
     fi
     echo "read $name"
 done <"$scratch/files"
