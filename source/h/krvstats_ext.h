@@ -29,10 +29,9 @@ extern "C" {
 int setCallDeadline(int milliseconds);
 
 /* Ends the wait of the call that is in progress on this connection: that call returns KRVSTAT_GATEWAY_PROTOCOL_ERROR and
- * has removed the connection. Without a call in progress, the next query on the connection does so.
- * Returns: KRVSTAT_OK; KRVSTAT_NULL_GATEWAY_TOKEN; KRVSTAT_GATEWAY_TOKEN_NOT_FOUND if it is not an open connection;
- * KRVSTAT_GATEWAY_PROTOCOL_ERROR if the thread's deadline passed before the list of connections was free: it may be
- * repeated.
+ * has removed the connection. Without a call in progress, the next query on the connection does so. It does not wait for
+ * gateways, and the thread's own deadline does not hold for it.
+ * Returns: KRVSTAT_OK; KRVSTAT_NULL_GATEWAY_TOKEN; KRVSTAT_GATEWAY_TOKEN_NOT_FOUND if it is not an open connection.
  * Owns: nothing changes hands; the connection is removed by its own thread.
  * Threads: any thread of the process. */
 int interruptGatewayConnection(KRV_GatewayToken_t gwTok);

@@ -85,7 +85,7 @@ void removeAfterCall(KRV_GatewayToken_t* gwTokPtr, CallSlot* slot);
 /* In a forked child: makes gtlLock free, whoever of the parent's threads holds it, and the list whole. */
 void forgetListHolders(void);
 
-/* Interrupts the call on the token, or the next one. 0, -101, or -122 if the deadline came before gtlLock. */
+/* Interrupts the call on the token, or the next one. 0 or -101. */
 int interruptGatewayToken(Internal_GatewayToken_t* token);
 
 #ifdef __cplusplus

@@ -26,6 +26,9 @@ constexpr std::size_t LeastIdColumns = 8;
 constexpr std::size_t MostGraphColumns = 40;
 constexpr std::size_t LeastGraphColumns = 6; // fewer show nothing
 
+// In windows of one column ncurses reads beside its lines.
+constexpr int LeastColumns = 2;
+
 constexpr const char* Help[] = {
     "  q        end",
     "  /        filter: part of an id; Enter keeps it, Esc takes it away",
@@ -191,6 +194,7 @@ std::string openScreen(bool isColoured)
         init_pair(ChangedPair, COLOR_GREEN, -1);
         init_pair(NotePair, COLOR_YELLOW, -1);
     }
+    fitScreen();
     return "";
 }
 
@@ -206,7 +210,7 @@ void fitScreen()
 {
     winsize size{};
     if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_row == 0 || size.ws_col == 0) return;
-    resizeterm(size.ws_row, size.ws_col);
+    resizeterm(size.ws_row, std::max<int>(size.ws_col, LeastColumns));
     clearok(curscr, TRUE); // what the terminal made of the old picture is not known
 }
 
