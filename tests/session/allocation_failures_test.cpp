@@ -5,7 +5,6 @@
 // every injection met its allocation. All of that under each of several conditions, in which the library goes other ways.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <functional>
 #include <memory>
 #include <ostream>
@@ -14,13 +13,11 @@
 #include <utility>
 #include <vector>
 
-#include <fcntl.h>
-#include <sys/resource.h>
 #include <sys/select.h>
-#include <unistd.h>
 
 #include "krvstats.h"
 #include "krvstats_ext.h"
+#include "open_files.h"
 #include "ready_gateway.h"
 #include "reply_builder.h"
 #include "stapi_krv_diag.h"
@@ -86,39 +83,13 @@ const char* nameOf(Condition condition)
     }
 }
 
-// So many that a new socket's number does not fit an fd_set any more.
-class ManyOpenFiles {
-public:
-    ManyOpenFiles()
-    {
-        getrlimit(RLIMIT_NOFILE, &before);
-        rlimit raised = before;
-        raised.rlim_cur = std::max<rlim_t>(before.rlim_cur, 2 * FD_SETSIZE);
-        raised.rlim_max = std::max(before.rlim_max, raised.rlim_cur);
-        EXPECT_EQ(0, setrlimit(RLIMIT_NOFILE, &raised));
-        for (int file = 0; file >= 0 && file < FD_SETSIZE; files.push_back(file)) file = open("/dev/null", O_RDONLY | O_CLOEXEC);
-        EXPECT_LE(FD_SETSIZE, files.back());
-    }
-    ~ManyOpenFiles()
-    {
-        for (int file : files) close(file);
-        EXPECT_EQ(0, setrlimit(RLIMIT_NOFILE, &before));
-    }
-    ManyOpenFiles(const ManyOpenFiles&) = delete;
-    ManyOpenFiles& operator=(const ManyOpenFiles&) = delete;
-
-private:
-    rlimit before = {};
-    std::vector<int> files;
-};
-
 // Holds as long as it lives. What is dumped goes where the trace goes.
 class Surroundings {
 public:
     explicit Surroundings(Condition condition) : trace(condition == Condition::Traced ? 5 : 0)
     {
         EXPECT_EQ(0, setCallDeadline(condition == Condition::WithADeadline ? 600000 : 0));
-        if (condition == Condition::WithManyOpenFiles) files = std::make_unique<ManyOpenFiles>();
+        if (condition == Condition::WithManyOpenFiles) files = std::make_unique<OpenFiles>(FD_SETSIZE);
     }
     ~Surroundings() { EXPECT_EQ(0, setCallDeadline(0)); }
     Surroundings(const Surroundings&) = delete;
@@ -128,7 +99,7 @@ public:
 
 private:
     TraceFile trace;
-    std::unique_ptr<ManyOpenFiles> files;
+    std::unique_ptr<OpenFiles> files;
 };
 
 // Each wait for a descriptor that no fd_set can hold has a set of its own.

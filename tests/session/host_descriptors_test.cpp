@@ -1,11 +1,8 @@
 // An application with so many open files that its sockets have numbers which an fd_set cannot hold.
 #include "hanging_gateways.h"
 
-#include <sys/resource.h>
-
-#include <algorithm>
-
 #include "gateway_process.h"
+#include "open_files.h"
 #include "scripted_peer.h"
 #include "watched_allocator.h"
 
@@ -13,32 +10,11 @@ using namespace krvtest;
 
 namespace {
 
-constexpr rlim_t wanted = 1700;
 constexpr int openFirst = 1500;
 
 class ManyOpenFiles : public ::testing::Test {
 protected:
-    void SetUp() override
-    {
-        ASSERT_EQ(0, getrlimit(RLIMIT_NOFILE, &before));
-        rlimit raised = before;
-        raised.rlim_cur = std::max(before.rlim_cur, wanted);
-        raised.rlim_max = std::max(before.rlim_max, raised.rlim_cur);
-        ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &raised));
-        while (static_cast<int>(files.size()) < openFirst) {
-            const int file = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
-            ASSERT_GE(file, 0);
-            files.push_back(file);
-        }
-    }
-    void TearDown() override
-    {
-        for (int file : files) ::close(file);
-        EXPECT_EQ(0, setrlimit(RLIMIT_NOFILE, &before));
-    }
-
-    rlimit before = {};
-    std::vector<int> files;
+    const OpenFiles files{openFirst};
 };
 
 std::string firstIdOf(KRV_ResultSetToken_t set)
