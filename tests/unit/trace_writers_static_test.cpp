@@ -2,7 +2,9 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cerrno>
 #include <chrono>
+#include <cstdio>
 #include <string>
 #include <thread>
 
@@ -105,6 +107,30 @@ TEST(TraceStream, IsStandardErrorBeforeThereIsADestination)
     statAPITraceHandle = before;
     ASSERT_EQ(1u, captured.lines().size());
     EXPECT_EQ("9999 *EXC* early", brief(captured.lines())[0]);
+}
+
+// Between a failed call and what is made of its errno stand trace lines.
+TEST(TraceWriters, LeaveErrnoAloneThoughNothingCanBeWritten)
+{
+    const TraceFile trace(5);
+    std::string full = "/dev/full";
+    ASSERT_EQ(KRVSTAT_OK, setAPITraceFile(full.data()));
+    char data[] = "data";
+
+    errno = EAGAIN;
+    writeTraceLine(TRACE_LINE(9999, KIND_EXC), "text\n");
+    EXPECT_EQ(EAGAIN, errno);
+    EXPECT_TRUE(ferror(statAPITraceHandle)) << "it was written";
+
+    errno = EINTR;
+    writeTraceLineWithPreviousTimestamp(TRACE_LINE(9999, KIND_EXC), "text\n");
+    EXPECT_EQ(EINTR, errno);
+    errno = ECONNRESET;
+    writeTraceLineUnlocked(TRACE_LINE(9999, KIND_EXC), "text\n");
+    EXPECT_EQ(ECONNRESET, errno);
+    errno = EPIPE;
+    writeTraceData(9999, "text\n", data, 4, 0, 0);
+    EXPECT_EQ(EPIPE, errno);
 }
 
 // ---- A switch of the destination ----------------------------------------------------------------------------------
