@@ -334,7 +334,9 @@ def main():
         if options.again:
             (work / "results.jsonl").unlink(missing_ok=True)
         run = Run(options, build, Results(work / "results.jsonl", keep=not options.sample))
-        good = report(run.all(work / "sample" if options.sample else work), run)
+        # Whoever looks at the results must not disturb the run that finds them.
+        place = work / "list" if options.list else work / "sample" if options.sample else work
+        good = report(run.all(place), run)
     except Trouble as trouble:
         print(f"mutate: {trouble}", file=sys.stderr)
         return 2

@@ -9,6 +9,7 @@
 
 #include "gateway_process.h"
 #include "stapi_krv_impl.h"
+#include "uninstrumented.h"
 
 using namespace krvtest;
 
@@ -26,7 +27,7 @@ struct SetUpFault {
 
 thread_local SetUpFault* setUpFault = nullptr;
 
-bool failsNow(SetUpCall call)
+TESTS_UNINSTRUMENTED bool failsNow(SetUpCall call)
 {
     SetUpFault* fault = setUpFault;
     if (!fault || fault->call != call || fault->made++ != fault->number) return false;
@@ -36,7 +37,7 @@ bool failsNow(SetUpCall call)
 }
 
 template <typename Function>
-Function* next(const char* name)
+TESTS_UNINSTRUMENTED Function* next(const char* name)
 {
     return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
 }
@@ -93,7 +94,7 @@ long calledSysconf(int name) __asm__("sysconf");
 int calledMadvise(void* start, std::size_t length, int advice) __asm__("madvise");
 int calledRegisterAtfork(void (*prepare)(), void (*parent)(), void (*child)(), void* library) __asm__("__register_atfork");
 
-long calledSysconf(int name)
+TESTS_UNINSTRUMENTED long calledSysconf(int name)
 {
     if (failsNow(SetUpCall::Sysconf)) return -1;
     return next<long(int)>("sysconf")(name);
@@ -108,13 +109,13 @@ long calledSysconf(int name)
 
 void* calledMmap(void* start, std::size_t length, int protection, int flags, int file, off_t offset) __asm__(CALL_MMAP);
 
-void* calledMmap(void* start, std::size_t length, int protection, int flags, int file, off_t offset)
+TESTS_UNINSTRUMENTED void* calledMmap(void* start, std::size_t length, int protection, int flags, int file, off_t offset)
 {
     if (failsNow(SetUpCall::Mmap)) return MAP_FAILED;
     return next<void*(void*, std::size_t, int, int, int, off_t)>(CALL_MMAP)(start, length, protection, flags, file, offset);
 }
 
-int calledMadvise(void* start, std::size_t length, int advice)
+TESTS_UNINSTRUMENTED int calledMadvise(void* start, std::size_t length, int advice)
 {
     if (failsNow(SetUpCall::Madvise)) return -1;
     // Nonsense is refused, which not every emulator does.
@@ -125,7 +126,7 @@ int calledMadvise(void* start, std::size_t length, int advice)
     return next<int(void*, std::size_t, int)>("madvise")(start, length, advice);
 }
 
-int calledRegisterAtfork(void (*prepare)(), void (*parent)(), void (*child)(), void* library)
+TESTS_UNINSTRUMENTED int calledRegisterAtfork(void (*prepare)(), void (*parent)(), void (*child)(), void* library)
 {
     if (failsNow(SetUpCall::RegisterAtfork)) return ENOMEM;
     return next<int(void (*)(), void (*)(), void (*)(), void*)>("__register_atfork")(prepare, parent, child, library);

@@ -138,6 +138,21 @@ TEST_F(LostTrace, DoesNotRunTheHandlerOfTheApplication)
     }));
 }
 
+// The header that a level above 0 brings waits in the stream, and goes out when that is closed.
+TEST_F(LostTrace, IsNoneOfTheApplicationsBusinessWhenItIsClosed)
+{
+    EXPECT_EQ(allHold, failedClaimOfAFork([&] {
+        setPipeSignal(countPipeSignal);
+        if (!loseTraceFile(scratch.path("pipe"))) return 1;
+        if (setAPITraceLevel(1) != 0) return 2;
+        if (setAPITraceLevel(0) != 0) return 3;
+        if (setAPITraceFile(nullptr) != 0) return 4;
+        if (pipeSignals != 0) return 5;
+        if (pipeSignalIsBlocked()) return 6;
+        return allHold;
+    }));
+}
+
 TEST_F(LostTrace, LeavesNothingBehindForAThreadThatBlocksTheSignal)
 {
     EXPECT_EQ(allHold, failedClaimOfAFork([&] {

@@ -13,8 +13,7 @@
 #include <dlfcn.h>
 #include <pthread.h>
 
-// An address sanitizer allocates before it can check anything: nothing on the way of an allocation may be instrumented.
-#define TESTS_UNINSTRUMENTED __attribute__((no_sanitize("address"), no_sanitize("thread"), no_sanitize("undefined")))
+#include "uninstrumented.h"
 
 namespace krvtest {
 

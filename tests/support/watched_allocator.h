@@ -14,9 +14,8 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
-// A sanitizer's start-up allocates before instrumented code may run.
-#define KRVTEST_UNINSTRUMENTED \
-    __attribute__((no_sanitize("address"), no_sanitize("undefined"), no_sanitize("thread")))
+#include "allocator_gate.h"
+#include "uninstrumented.h"
 
 // Where a sanitizer is at work, the allocator behind this one is its own.
 extern "C" {
@@ -49,7 +48,7 @@ struct WatchedAllocations {
 
 inline constinit thread_local WatchedAllocations watchedAllocations;
 
-KRVTEST_UNINSTRUMENTED inline bool watches(std::size_t size)
+TESTS_UNINSTRUMENTED inline bool watches(std::size_t size)
 {
     const WatchedAllocations& watched = watchedAllocations;
     return watched.leastSize > 0 && size >= watched.leastSize && size <= watched.mostSize
@@ -57,7 +56,7 @@ KRVTEST_UNINSTRUMENTED inline bool watches(std::size_t size)
 }
 
 // Counts a request; tells whether it is to fail.
-KRVTEST_UNINSTRUMENTED inline bool countsAndFails(std::size_t size)
+TESTS_UNINSTRUMENTED inline bool countsAndFails(std::size_t size)
 {
     WatchedAllocations& watched = watchedAllocations;
     watched.sizes[watched.requests] = size;
@@ -71,7 +70,7 @@ KRVTEST_UNINSTRUMENTED inline bool countsAndFails(std::size_t size)
 }
 
 // Notes the block of the latest request, of which the first `kept` bytes hold something.
-KRVTEST_UNINSTRUMENTED inline void* noteBlock(void* block, std::size_t kept = 0)
+TESTS_UNINSTRUMENTED inline void* noteBlock(void* block, std::size_t kept = 0)
 {
     WatchedAllocations& watched = watchedAllocations;
     if (!block) return block;
@@ -84,7 +83,7 @@ KRVTEST_UNINSTRUMENTED inline void* noteBlock(void* block, std::size_t kept = 0)
     return block;
 }
 
-KRVTEST_UNINSTRUMENTED inline bool isDamaged(int number)
+TESTS_UNINSTRUMENTED inline bool isDamaged(int number)
 {
     const WatchedAllocations& watched = watchedAllocations;
     if (!watched.soils || !watched.blocks[number]) return false;
@@ -95,7 +94,7 @@ KRVTEST_UNINSTRUMENTED inline bool isDamaged(int number)
 }
 
 // Returns the size that the block was asked for, 0 for one that is not watched.
-KRVTEST_UNINSTRUMENTED inline std::size_t forgetBlock(const void* block)
+TESTS_UNINSTRUMENTED inline std::size_t forgetBlock(const void* block)
 {
     WatchedAllocations& watched = watchedAllocations;
     if (watched.leastSize == 0 || !block) return 0;
@@ -110,7 +109,7 @@ KRVTEST_UNINSTRUMENTED inline std::size_t forgetBlock(const void* block)
 
 // A block whose last byte is the last of a page; behind it lies one that cannot be read. Whatever its alignment: for
 // blocks of bytes alone.
-KRVTEST_UNINSTRUMENTED inline void* fencedBlock(std::size_t size)
+TESTS_UNINSTRUMENTED inline void* fencedBlock(std::size_t size)
 {
     const std::size_t page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
     const std::size_t held = (size + page - 1) / page * page;
@@ -121,14 +120,14 @@ KRVTEST_UNINSTRUMENTED inline void* fencedBlock(std::size_t size)
     return fence - size;
 }
 
-KRVTEST_UNINSTRUMENTED inline void freeFencedBlock(void* block, std::size_t size)
+TESTS_UNINSTRUMENTED inline void freeFencedBlock(void* block, std::size_t size)
 {
     const std::size_t page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
     const std::size_t held = (size + page - 1) / page * page;
     munmap(static_cast<char*>(block) + size - held, held + page);
 }
 
-template <typename Function> KRVTEST_UNINSTRUMENTED Function realCall(Function sanitizers, const char* name)
+template <typename Function> TESTS_UNINSTRUMENTED Function realCall(Function sanitizers, const char* name)
 {
     return sanitizers ? sanitizers : reinterpret_cast<Function>(dlsym(RTLD_NEXT, name));
 }
@@ -194,32 +193,35 @@ public:
 
 extern "C" {
 
-KRVTEST_UNINSTRUMENTED void* malloc(std::size_t size) noexcept
+TESTS_UNINSTRUMENTED void* malloc(std::size_t size) noexcept
 {
     using Malloc = void* (*)(std::size_t);
     static Malloc real = nullptr;
     if (!real) real = krvtest::realCall<Malloc>(__interceptor_malloc, "malloc");
+    const krvtest::InsideAllocator inside;
     if (!krvtest::watches(size)) return real(size);
     if (krvtest::countsAndFails(size)) return nullptr;
     if (krvtest::watchedAllocations.fences) return krvtest::noteBlock(krvtest::fencedBlock(size));
     return krvtest::noteBlock(real(size + krvtest::watchedAllocations.extra));
 }
 
-KRVTEST_UNINSTRUMENTED void* calloc(std::size_t count, std::size_t size) noexcept
+TESTS_UNINSTRUMENTED void* calloc(std::size_t count, std::size_t size) noexcept
 {
     using Calloc = void* (*)(std::size_t, std::size_t);
     static Calloc real = nullptr;
     if (!real) real = krvtest::realCall<Calloc>(__interceptor_calloc, "calloc");
+    const krvtest::InsideAllocator inside;
     if (!krvtest::watches(count * size)) return real(count, size);
     if (krvtest::countsAndFails(count * size)) return nullptr;
     return krvtest::noteBlock(real(1, count * size + krvtest::watchedAllocations.extra), count * size);
 }
 
-KRVTEST_UNINSTRUMENTED void* realloc(void* block, std::size_t size) noexcept
+TESTS_UNINSTRUMENTED void* realloc(void* block, std::size_t size) noexcept
 {
     using Realloc = void* (*)(void*, std::size_t);
     static Realloc real = nullptr;
     if (!real) real = krvtest::realCall<Realloc>(__interceptor_realloc, "realloc");
+    const krvtest::InsideAllocator inside;
     if (!krvtest::watches(size)) return real(block, size);
     if (krvtest::countsAndFails(size)) return nullptr;
     const std::size_t before = krvtest::forgetBlock(block);
@@ -227,7 +229,7 @@ KRVTEST_UNINSTRUMENTED void* realloc(void* block, std::size_t size) noexcept
     return krvtest::noteBlock(real(block, size + krvtest::watchedAllocations.extra), kept);
 }
 
-KRVTEST_UNINSTRUMENTED void free(void* block) noexcept
+TESTS_UNINSTRUMENTED void free(void* block) noexcept
 {
     using Free = void (*)(void*);
     static Free real = nullptr;
@@ -243,6 +245,7 @@ KRVTEST_UNINSTRUMENTED void free(void* block) noexcept
         looking = false;
         real(postponed);
     }
+    const krvtest::InsideAllocator inside;
     const std::size_t size = krvtest::forgetBlock(block);
     if (size > 0 && krvtest::watchedAllocations.fences) {
         krvtest::freeFencedBlock(block, size);

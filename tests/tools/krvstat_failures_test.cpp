@@ -16,6 +16,11 @@ struct Row {
     const char* sentence;
 };
 
+void PrintTo(const Row& row, std::ostream* out)
+{
+    *out << row.code;
+}
+
 class KrvstatFailures : public testing::TestWithParam<Row> {};
 
 TEST_P(KrvstatFailures, AreSaidInWordsWithHostAndPort)

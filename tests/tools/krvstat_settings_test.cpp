@@ -124,6 +124,11 @@ struct WrongSetting {
     std::string sentence;
 };
 
+void PrintTo(const WrongSetting& setting, std::ostream* out)
+{
+    *out << setting.sentence;
+}
+
 class KrvstatWrongSettings : public testing::TestWithParam<WrongSetting> {};
 
 TEST_P(KrvstatWrongSettings, AreSaidAndEndWithTwo)

@@ -18,6 +18,11 @@ struct GoodTarget {
     const char* written;
 };
 
+void PrintTo(const GoodTarget& target, std::ostream* out)
+{
+    *out << target.text;
+}
+
 class GoodTargets : public testing::TestWithParam<GoodTarget> {};
 
 TEST_P(GoodTargets, AreReadAndWritten)
@@ -44,6 +49,11 @@ struct BadTarget {
     const char* text;
     const char* problem;
 };
+
+void PrintTo(const BadTarget& target, std::ostream* out)
+{
+    *out << target.text;
+}
 
 class BadTargets : public testing::TestWithParam<BadTarget> {};
 

@@ -21,6 +21,11 @@ struct HelpCall {
     const char* goldenFile;
 };
 
+void PrintTo(const HelpCall& call, std::ostream* out)
+{
+    *out << call.goldenFile;
+}
+
 class KrvstatHelp : public testing::TestWithParam<HelpCall> {};
 
 TEST_P(KrvstatHelp, IsData)
@@ -74,6 +79,11 @@ struct WrongUsage {
     std::vector<std::string> arguments;
     std::string sentence;
 };
+
+void PrintTo(const WrongUsage& usage, std::ostream* out)
+{
+    *out << usage.sentence;
+}
 
 constexpr const char* Missing =
     "a command is missing: groups, ids, get, watch, top, diff, check, record, replay, ping, "

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include <sys/syscall.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include "krvstats.h"
@@ -177,6 +178,45 @@ TEST_F(ForkHandler, ForgetsWritersThatKeptTheDestination)
     childHandler();
     EXPECT_EQ(KRVSTAT_OK, setAPITraceFile(name.data())) << "nobody is waited for";
     EXPECT_EQ(KRVSTAT_OK, setAPITraceFile(nullptr));
+}
+
+TEST_F(ForkHandler, ForgetsASwitchOfTheDestination)
+{
+    const ScratchFolder scratch;
+    std::string name = scratch.path("trace");
+    pinTraceDestination();
+    const int before = yields;
+    std::thread switching([&] { EXPECT_EQ(KRVSTAT_OK, setAPITraceFile(name.data())); });
+    EXPECT_TRUE(soonYields(before)) << "it waits";
+
+    const pid_t child = fork();
+    if (child == 0) {
+        alarm(20);
+        childHandler();
+        pinTraceDestination(); // nobody is there who would end the switch
+        _exit(0);
+    }
+    int status = -1;
+    EXPECT_EQ(child, waitpid(child, &status, 0));
+    EXPECT_EQ(0, status);
+
+    unpinTraceDestination();
+    switching.join();
+    EXPECT_EQ(KRVSTAT_OK, setAPITraceFile(nullptr));
+}
+
+TEST_F(ForkHandler, ForgetsWhoWasInTheCalendar)
+{
+    insideCalendar = [&] {
+        childHandler();
+        const int before = yields;
+        prepareHandler(); // the child forks
+        EXPECT_EQ(before, yields) << "nobody is waited for";
+        parentHandler();
+    };
+    char stamp[TRACE_TIMESTAMP_SIZE];
+    getTimestamp(stamp);
+    childHandler(); // whoever was in there, is forgotten once more
 }
 
 TEST_F(ForkHandler, LetsAForkWaitForNobodyWhoHasLeftTheCalendar)
