@@ -88,6 +88,8 @@ inline std::size_t openDescriptors()
 
 inline Internal_GatewayToken_t* firstOnTheList()
 {
+    char* version = nullptr;
+    getStatsAPIVersion(&version); // sets up the lock, if no call did yet
     requestLock(&gtlLock);
     Internal_GatewayToken_t* first = gtListHeadPtr;
     releaseLock(&gtlLock);
