@@ -300,6 +300,16 @@ TEST_F(ForkHandler, KeepsTheForkingThreadItselfOutForAWhileOnly)
     parentHandler();
 }
 
+TEST_F(ForkHandler, LeavesTheCalendarOpenInTheParent)
+{
+    prepareHandler();
+    parentHandler();
+    const int before = yields;
+    char stamp[TRACE_TIMESTAMP_SIZE];
+    getTimestamp(stamp);
+    EXPECT_EQ(before, yields);
+}
+
 TEST_F(ForkHandler, LeavesTheCalendarOpenInTheChild)
 {
     prepareHandler();
