@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <cstdio>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -366,6 +367,33 @@ TEST(StorageDump, TwoStopWordsEndTheDumpEvenWhenTheLaterCrossesTheLine)
     Dump made = dump(memory, 0, stop);
     EXPECT_EQ(15, made.result);
     EXPECT_EQ(1u, splitLines(made.text).size());
+}
+
+TEST(StorageDump, OfOneColumnIsALineForEachByte)
+{
+    Memory memory("ABC");
+    Dump made = dump(memory, 3, 0, 1);
+    EXPECT_EQ(3, made.result);
+    EXPECT_EQ(3u, splitLines(made.text).size());
+}
+
+// What a process that dies in the middle leaves of a dump is complete up to the last byte.
+TEST(StorageDump, FlushesEachHexByte)
+{
+    Memory memory("ABCDEFGH");
+    std::vector<std::string> writes;
+    cookie_io_functions_t functions = {};
+    functions.write = [](void* cookie, const char* bytes, size_t count) {
+        static_cast<std::vector<std::string>*>(cookie)->emplace_back(bytes, count);
+        return static_cast<ssize_t>(count);
+    };
+    FILE* const before = statAPITraceHandle;
+    statAPITraceHandle = fopencookie(&writes, "w", functions);
+    ASSERT_NE(nullptr, statAPITraceHandle);
+    EXPECT_EQ(8, writeStorageLineHex(memory.at(0), 8, 8, 0));
+    fclose(statAPITraceHandle);
+    statAPITraceHandle = before;
+    EXPECT_EQ((std::vector<std::string>{"41", "42", "43", "44", " 45", "46", "47", "48"}), writes);
 }
 
 TEST(StorageDump, WithoutAnythingToShowWritesNothing)
