@@ -11,6 +11,11 @@ struct CheckCall {
     std::string output;
 };
 
+void PrintTo(const CheckCall& call, std::ostream* out)
+{
+    *out << call.output;
+}
+
 constexpr const char* CheckScenario = R"(
 groups:
   - id: q

@@ -51,6 +51,11 @@ struct Shell {
     const char* script;
 };
 
+void PrintTo(const Shell& shell, std::ostream* out)
+{
+    *out << shell.name;
+}
+
 class KrvstatCompletion : public KrvstatWithGateway, public testing::WithParamInterface<Shell> {
 protected:
     void SetUp() override

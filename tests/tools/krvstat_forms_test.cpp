@@ -26,6 +26,11 @@ struct Call {
     std::string output; // TARGET stands for the target
 };
 
+void PrintTo(const Call& call, std::ostream* out)
+{
+    *out << call.name;
+}
+
 std::string withTarget(std::string text, const std::string& target)
 {
     return std::regex_replace(text, std::regex("TARGET:PORT"), target);

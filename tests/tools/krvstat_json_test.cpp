@@ -94,6 +94,11 @@ struct Value {
     const char* expected; // members behind the id
 };
 
+void PrintTo(const Value& value, std::ostream* out)
+{
+    *out << value.name;
+}
+
 class KrvstatJsonValues : public KrvstatWithGateway, public testing::WithParamInterface<Value> {};
 
 TEST_P(KrvstatJsonValues, StayTextsAndNumbersOnlyIfTheySurviveARoundTrip)
