@@ -26,14 +26,19 @@ const Item& anyOf(std::mt19937_64& random, const std::vector<Item>& items)
     return items[upTo(random, items.size() - 1)];
 }
 
-// Mostly short, some of several blocks, rarely of the greatest length.
+constexpr std::size_t severalBlocks = 200; // bytes that may need them
+
+// Mostly short, some of several blocks, rarely of the greatest length. Where a block claims another length than it has,
+// bytes of the value are taken for the code and the length of a block: none of those may do, or the reply would be a good
+// one, of another value.
 std::string anyValue(std::mt19937_64& random)
 {
     std::size_t length = upTo(random, 40);
     if (oneIn(random, 8)) length = upTo(random, 3000);
     if (oneIn(random, 200)) length = 32767;
     std::string value(length, '\0');
-    for (char& each : value) each = static_cast<char>(upTo(random, 255));
+    const std::size_t least = length < severalBlocks ? 0 : 128;
+    for (char& each : value) each = static_cast<char>(least + upTo(random, 255 - least));
     return value;
 }
 
