@@ -10,6 +10,7 @@
 #include <thread>
 #include <vector>
 
+#include <fcntl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -324,6 +325,31 @@ TEST(Open, EachFailureOfTheExchangeHasItsCodeAndLeavesNothing)
         EXPECT_EQ(before + 1, openDescriptors()) << "the trace file alone";
         EXPECT_EQ(0, gateway.stop());
     }
+}
+
+TEST(Open, ThatFindsNoHostClosesNothing)
+{
+    ASSERT_NE(-1, fcntl(STDIN_FILENO, F_GETFD)) << "descriptor 0 is what a token without a socket must not be taken to hold";
+    const std::size_t before = openDescriptors();
+    char noSuchHost[] = "256.256.256.256.0xinvalid.........";
+    Opened out;
+    EXPECT_EQ(KRVSTAT_HOST_NOT_RESOLVED, openRemoteGatewayConnection(noSuchHost, 1, &out.token, &out.version));
+    EXPECT_NE(-1, fcntl(STDIN_FILENO, F_GETFD));
+    EXPECT_EQ(before, openDescriptors());
+}
+
+TEST(Open, SaysHowManyBytesCouldNotBeHad)
+{
+    const TraceFile trace(1);
+    const std::size_t token = sizeof(Internal_GatewayToken_t);
+    Opened out;
+    EXPECT_EQ(1, withFailing(failingMalloc, ENOMEM, [&] { return out.open(1); }, 0, token).hits);
+    EXPECT_EQ((std::vector<std::string>{"2039 *EXC* stapi_krv_gwytok.createGatewayToken Failed to allocate "
+                  + std::to_string(token) + " bytes"}),
+        briefOf(trace, 2039));
+    EXPECT_EQ(1, withFailing(failingMalloc, ENOMEM, [&] { return out.open(1); }, 0, 32768).hits);
+    EXPECT_EQ((std::vector<std::string>{"2041 *EXC* stapi_krv_gwytok.createGatewayToken Failed to allocate 32768 bytes."}),
+        briefOf(trace, 2041));
 }
 
 TEST(Open, EachFailingAllocationEndsItWithNothingLeftBehind)
