@@ -25,7 +25,11 @@ TEST(KrvstatNumbers, AreReadIfTheWholeTextIsOne)
 
 TEST(KrvstatNumbers, OfTheGreatestCountersDifferenceIsExact)
 {
-    EXPECT_EQ(numberText(*readNumber("18446744073709551615") - *readNumber("18446744073709551614"), Units::Raw), "1");
+    // valgrind computes with fewer digits than the compiler knows of.
+    const volatile long double greatest = 18446744073709551615.0L;
+    const bool hasAllDigits = greatest - 1 != greatest;
+    EXPECT_EQ(numberText(*readNumber("18446744073709551615") - *readNumber("18446744073709551614"), Units::Raw),
+        hasAllDigits ? "1" : "0");
 }
 
 TEST(KrvstatNumbers, AreWrittenForPeople)
