@@ -28,6 +28,10 @@ void checkAnswer(krvtest::ReplyKind kind, char* buffer, int capacity, const Byte
     const int rc = createResultSet(&set, eyecatcher, RESULT_SET_OWNER_USER);
     requireCode(0, rc, "createResultSet");
     if (rc != 0) return;
+    // Behind the last line that a dump looks at, nobody has written: it may hold anything.
+    const std::size_t written = (content.size() - 4) / 16 * 16 + RESULT_SET_ROOM;
+    const std::size_t stated = static_cast<std::size_t>(capacity);
+    if (written < stated) std::memset(buffer + written, 0xA5, stated - written);
     set->rsBuffPtr = buffer;
     set->rsBuffLen = capacity;
     set->cursor = buffer;
