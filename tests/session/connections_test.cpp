@@ -83,6 +83,14 @@ std::vector<std::string> briefOf(const TraceFile& trace, int number)
     return brief(linesNumbered(trace.lines(), number));
 }
 
+// What stands behind the first argument, which may be an address inside the library.
+std::vector<std::string> endingsOf(const TraceFile& trace, int number)
+{
+    std::vector<std::string> found;
+    for (const std::string& each : briefOf(trace, number)) found.push_back(each.substr(each.find(", ")));
+    return found;
+}
+
 } // namespace
 
 // ---- Arguments ----------------------------------------------------------------------------------------------------
@@ -351,6 +359,15 @@ TEST(Open, ThatFindsNoHostClosesNothing)
     EXPECT_EQ(before, openDescriptors());
 }
 
+TEST(Open, ThatFailsSaysThatItsTokenIsDeleted)
+{
+    const TraceFile trace(3);
+    Opened out;
+    EXPECT_EQ(KRVSTAT_CONNECTION_REFUSED, out.open(unusedPort()));
+    EXPECT_EQ((std::vector<std::string>{", lockRequired=1)"}), endingsOf(trace, 2009));
+    EXPECT_EQ((std::vector<std::string>{", lockRequired=1) rc=0"}), endingsOf(trace, 2012));
+}
+
 TEST(Open, SaysHowManyBytesCouldNotBeHad)
 {
     const TraceFile trace(1);
@@ -528,13 +545,8 @@ TEST(CloseAll, IsToldConnectionByConnection)
     for (Opened& each : out) ASSERT_EQ(KRVSTAT_OK, each.open(gateway.port()));
     const TraceFile trace(3);
     EXPECT_EQ(KRVSTAT_OK, closeAllGatewayConnections());
-    const auto endings = [&](int number) {
-        std::vector<std::string> found;
-        for (const std::string& each : briefOf(trace, number)) found.push_back(each.substr(each.find(", ")));
-        return found;
-    };
-    EXPECT_EQ((std::vector<std::string>{", lockRequired=0)", ", lockRequired=0)"}), endings(2009));
-    EXPECT_EQ((std::vector<std::string>{", lockRequired=0) rc=0", ", lockRequired=0) rc=0"}), endings(2012));
+    EXPECT_EQ((std::vector<std::string>{", lockRequired=0)", ", lockRequired=0)"}), endingsOf(trace, 2009));
+    EXPECT_EQ((std::vector<std::string>{", lockRequired=0) rc=0", ", lockRequired=0) rc=0"}), endingsOf(trace, 2012));
 }
 
 // Puts so many tokens on the list, as other connections would.

@@ -390,9 +390,11 @@ TEST_F(TokenList, WithTheLockHeldTheHeadIsDeleted)
     std::vector<Internal_GatewayToken_t*> tokens = {makeToken(), makeToken()};
     ASSERT_EQ(0, chainAll(tokens));
     KRV_GatewayToken_t handle = tokens[0];
+    const TraceFile trace(4);
     ASSERT_EQ(0, requestLock(&gtlLock));
     EXPECT_EQ(0, deleteGatewayToken(&handle, 0));
     ASSERT_EQ(0, releaseLock(&gtlLock));
+    EXPECT_EQ(1u, linesNumbered(trace.lines(), 2011).size()) << "it is freed";
     EXPECT_EQ((std::vector<Internal_GatewayToken_t*>{tokens[1]}), listed());
     EXPECT_EQ(tokens[1], gtListTailPtr);
 }
