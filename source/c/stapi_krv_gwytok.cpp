@@ -378,6 +378,18 @@ void dumpToken(int entryNumber, Internal_GatewayToken_t* token)
     writeTraceRule();
 }
 
+// In a forked child, for a token that a thread of the parent was using: an answer may be half written, without its
+// terminator, and what the token points to freed already. Nobody looks at that any more, and it stays allocated.
+void disownCall(Internal_GatewayToken_t* token)
+{
+    token->protocolVersion = nullptr;
+    token->resultSetBuf = nullptr;
+    Internal_ResultSetToken_t* resultSet = token->connRSPtr;
+    if (!resultSet) return;
+    resultSet->rsBuffPtr = nullptr;
+    resultSet->cursor = nullptr;
+}
+
 } // namespace
 
 int initGTL()
@@ -393,10 +405,13 @@ void forgetListHolders()
 {
     if (isLockInitialized(&gtlLock) == STAPILOCK_INITIALIZED) pthread_mutex_init(&gtlLock.lock, nullptr);
     lateTokens = nullptr;
+    Internal_GatewayToken_t* token = gtListHeadPtr;
+    for (int steps = 0; token && steps < MOST_TOKENS; ++steps) {
+        if (isBusy(token)) disownCall(token);
+        gtListTailPtr = token;
+        token = token->nextGwyTokPtr;
+    }
     forgetCalls();
-    Internal_GatewayToken_t* last;
-    walkTo(nullptr, &last);
-    if (last) gtListTailPtr = last;
 }
 
 int createForCall(KRV_GatewayToken_t* gwTokPtr, char* hostname, int port, CallSlot** slotPtr)

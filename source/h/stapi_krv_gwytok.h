@@ -82,7 +82,8 @@ int verifyForCall(Internal_GatewayToken_t* gwTokPtr, CallSlot** slotPtr);
  * two nobody else can close it, and put another connection in its place. */
 void removeAfterCall(KRV_GatewayToken_t* gwTokPtr, CallSlot* slot);
 
-/* In a forked child: makes gtlLock free, whoever of the parent's threads holds it, and the list whole. */
+/* In a forked child: makes gtlLock free, whoever of the parent's threads holds it, and the list whole. What a thread of
+ * the parent was in the middle of is left alone from then on. */
 void forgetListHolders(void);
 
 /* Interrupts the call on the token, or the next one. 0 or -101. */

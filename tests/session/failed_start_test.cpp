@@ -20,6 +20,7 @@
 #include "forked_child.h"
 #include "krvstats.h"
 #include "krvstats_ext.h"
+#include "lost_pipe.h"
 #include "result_sets.h"
 #include "stapi_krv_diag.h"
 #include "stapi_krv_gwytok.h"
@@ -350,6 +351,21 @@ TEST(FailedStart, AFailedListLockIsReturnedAsItIsAndTheNextCallTriesAgain)
     expectStarted();
     EXPECT_EQ(nameBuffer, statAPITraceFilename) << "not allocated twice";
     EXPECT_EQ("", captured.text());
+}
+
+TEST(FailedStart, WithoutAReaderOfStandardErrorSendsTheApplicationNoSignal)
+{
+    ASSERT_EQ(0, stapiState) << ownProcess;
+    EXPECT_EQ(allHold, failedClaimOfAFork([] {
+        setPipeSignal(countPipeSignal);
+        if (!loseStandardError()) return 1;
+        const Injected injected =
+            withFailing(failingMalloc, ENOMEM, [] { return closeAllGatewayConnections(); }, 0, TRACE_FILENAME_SIZE);
+        if (injected.hits != 1 || injected.result != KRVSTAT_OUT_OF_MEMORY) return 2;
+        if (pipeSignals != 0) return 3;
+        if (pipeSignalIsBlocked()) return 4;
+        return closeAllGatewayConnections() == KRVSTAT_OK ? allHold : 5;
+    }));
 }
 
 TEST(FailedStart, EveryCallReturnsTheFailureUntilAStartSucceeds)

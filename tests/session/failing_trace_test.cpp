@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "krvstats.h"
+#include "lost_pipe.h"
 #include "ready_gateway.h"
 #include "scripted_peer.h"
 #include "short_conversation.h"
@@ -165,6 +166,23 @@ TEST_F(FailingTrace, DumpsThatCannotBeWrittenEndAllTheSame)
         EXPECT_GT(fault.hits, 10) << error;
     }
     EXPECT_EQ(0, closeGatewayConnection(&token));
+}
+
+// The header of a new file goes out at once.
+TEST_F(FailingTrace, PipeThatIsLostAsSoonAsItIsOpenedIsNoneOfTheApplicationsBusiness)
+{
+    TraceFile trace(1);
+    const ScratchFolder scratch;
+    std::string name = scratch.path("pipe");
+    ReadPipe pipe(name);
+    setPipeSignal(countPipeSignal);
+    behindOpening = [&] { pipe.leave(); };
+    EXPECT_EQ(0, setAPITraceFile(name.data()));
+    behindOpening = nullptr;
+    EXPECT_TRUE(ferror(statAPITraceHandle)) << "it was written";
+    EXPECT_EQ(0, pipeSignals);
+    EXPECT_FALSE(pipeSignalIsBlocked());
+    setPipeSignal(SIG_DFL);
 }
 
 TEST_F(FailingTrace, FileThatCannotBeClosedIsLeftAllTheSame)

@@ -1,64 +1,13 @@
 // A trace that goes into a pipe which nobody reads any more: no call notices, and the application is neither ended nor
 // sent a signal.
 #include "forked_child.h"
-
-#include <sys/stat.h>
-
 #include "gateway_process.h"
+#include "lost_pipe.h"
 #include "trace_capture.h"
 
 using namespace krvtest;
 
 namespace {
-
-volatile sig_atomic_t pipeSignals = 0;
-
-void countPipeSignal(int)
-{
-    pipeSignals = pipeSignals + 1;
-}
-
-void setPipeSignal(void (*handler)(int))
-{
-    struct sigaction action = {};
-    action.sa_handler = handler;
-    sigemptyset(&action.sa_mask);
-    sigaction(SIGPIPE, &action, nullptr);
-}
-
-bool pipeSignalIsBlocked()
-{
-    sigset_t mask;
-    pthread_sigmask(SIG_SETMASK, nullptr, &mask);
-    return sigismember(&mask, SIGPIPE) == 1;
-}
-
-bool pipeSignalWaits()
-{
-    sigset_t waiting;
-    sigpending(&waiting);
-    return sigismember(&waiting, SIGPIPE) == 1;
-}
-
-// Standard error becomes a pipe that nobody reads.
-bool loseStandardError()
-{
-    int ends[2];
-    if (pipe(ends) != 0 || dup2(ends[1], STDERR_FILENO) < 0) return false;
-    close(ends[0]);
-    close(ends[1]);
-    return true;
-}
-
-// The trace goes into a named pipe whose only reader leaves.
-bool loseTraceFile(std::string name)
-{
-    if (mkfifo(name.c_str(), 0600) != 0) return false;
-    const int reader = ::open(name.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
-    const bool switched = reader >= 0 && setAPITraceFile(name.data()) == KRVSTAT_OK;
-    ::close(reader);
-    return switched;
-}
 
 // Every call that writes to the trace. The number of the first one that does not give 0, from 10 on.
 int failedCall(int port)

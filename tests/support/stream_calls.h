@@ -1,5 +1,5 @@
 // Lets a chosen call of the C library's streams fail in the calling thread: opening a file by its name, and whatever
-// writes to one stream.
+// writes to one stream. Something else may happen when a file has just been opened.
 //
 // A program that defines fprintf is asked before the C library, also by the shared library. Which of the calls below a
 // library makes is the compiler's choice too (a fortified build calls __fprintf_chk, an optimised one fwrite): so they
@@ -14,6 +14,7 @@
 #include <climits>
 #include <cstdarg>
 #include <cstdio>
+#include <functional>
 
 namespace krvtest {
 
@@ -28,6 +29,7 @@ struct StreamFault {
 
 inline thread_local StreamFault* openingFault = nullptr;
 inline thread_local StreamFault* writingFault = nullptr;
+inline thread_local std::function<void()> behindOpening; // called when a file was opened
 inline thread_local FILE* const* faultyStream = nullptr; // where the stream stands that writingFault is for
 
 // Sets the calling thread's faults for as long as it lives.
@@ -100,7 +102,9 @@ int calledVfprintfChk(FILE* stream, int flag, const char* format, va_list argume
 FILE* calledFopen(const char* name, const char* mode)
 {
     if (krvtest::failsNow(krvtest::openingFault)) return nullptr;
-    return krvtest::nextStreamCall<FILE*(const char*, const char*)>(CALL_FOPEN)(name, mode);
+    FILE* const stream = krvtest::nextStreamCall<FILE*(const char*, const char*)>(CALL_FOPEN)(name, mode);
+    if (krvtest::behindOpening) krvtest::behindOpening();
+    return stream;
 }
 
 int calledFclose(FILE* stream) // one that fails has closed

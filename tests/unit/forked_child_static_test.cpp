@@ -331,6 +331,32 @@ TEST_F(ForkHandler, ForgetsTheCallsOfTheParent)
     EXPECT_EQ(0, callIsInterrupted());
 }
 
+TEST_F(ForkHandler, LeavesNothingOfATokenInACallThatMayBeHalfDone)
+{
+    std::vector<Internal_GatewayToken_t> tokens = listOf(3);
+    char buffer[4];
+    char version[] = "1.1.0";
+    Internal_ResultSetToken_t sets[3] = {};
+    for (std::size_t i = 0; i < 3; ++i) {
+        sets[i].rsBuffPtr = sets[i].cursor = tokens[i].resultSetBuf = buffer;
+        tokens[i].protocolVersion = version;
+        tokens[i].connRSPtr = &sets[i];
+    }
+    ASSERT_NE(nullptr, enterCall(&tokens[1]));
+    childHandler();
+    for (std::size_t i : {0u, 2u}) {
+        EXPECT_EQ(buffer, tokens[i].resultSetBuf) << i;
+        EXPECT_EQ(buffer, sets[i].rsBuffPtr) << i;
+        EXPECT_EQ(buffer, sets[i].cursor) << i;
+        EXPECT_EQ(version, tokens[i].protocolVersion) << i;
+    }
+    EXPECT_EQ(nullptr, tokens[1].resultSetBuf);
+    EXPECT_EQ(nullptr, sets[1].rsBuffPtr);
+    EXPECT_EQ(nullptr, sets[1].cursor);
+    EXPECT_EQ(nullptr, tokens[1].protocolVersion);
+    EXPECT_EQ(&sets[1], tokens[1].connRSPtr);
+}
+
 TEST_F(ForkHandler, MakesTheLastTokenTheTail)
 {
     for (std::size_t count : {1u, 2u, 5u, 256u}) {

@@ -8,13 +8,11 @@
 #include <string>
 #include <thread>
 
-#include <fcntl.h>
-#include <signal.h>
-#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
 #include "krvstats.h"
+#include "lost_pipe.h"
 #include "stapi_krv_diag.h"
 #include "trace_capture.h"
 
@@ -34,8 +32,6 @@ std::string written(const std::string& message, int tracePoint = 9999)
     const std::string text = trace.text();
     return text.size() < 60 ? text : text.substr(60);
 }
-
-volatile sig_atomic_t pipeSignals = 0;
 
 // Counts how often the calling thread waits by giving its turn away, where one is set.
 thread_local std::atomic<int>* waits = nullptr;
@@ -142,25 +138,15 @@ TEST(TraceWriters, KeepTheSignalOfALostPipeFromTheApplication)
 {
     const TraceFile trace(1);
     const ScratchFolder scratch;
-    std::string name = scratch.path("pipe");
-    ASSERT_EQ(0, mkfifo(name.c_str(), 0600));
-    const int reader = ::open(name.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
-    ASSERT_GE(reader, 0);
-    ASSERT_EQ(KRVSTAT_OK, setAPITraceFile(name.data()));
-    ::close(reader);
-    struct sigaction counting = {};
-    counting.sa_handler = [](int) { pipeSignals = pipeSignals + 1; };
-    struct sigaction before = {};
-    ASSERT_EQ(0, sigaction(SIGPIPE, &counting, &before));
+    ASSERT_TRUE(loseTraceFile(scratch.path("pipe")));
+    setPipeSignal(countPipeSignal);
     char data[] = "data";
 
     const auto expectNoSignal = [](const char* writer) {
         EXPECT_TRUE(ferror(statAPITraceHandle)) << writer << ": it was written";
         clearerr(statAPITraceHandle);
         EXPECT_EQ(0, pipeSignals) << writer;
-        sigset_t mask;
-        pthread_sigmask(SIG_SETMASK, nullptr, &mask);
-        EXPECT_EQ(0, sigismember(&mask, SIGPIPE)) << writer;
+        EXPECT_FALSE(pipeSignalIsBlocked()) << writer;
     };
     writeTraceLine(TRACE_LINE(9999, KIND_EXC), "text\n");
     expectNoSignal("writeTraceLine");
@@ -170,8 +156,7 @@ TEST(TraceWriters, KeepTheSignalOfALostPipeFromTheApplication)
     expectNoSignal("writeTraceLineUnlocked");
     writeTraceData(9999, "text\n", data, 4, 0, 0);
     expectNoSignal("writeTraceData");
-
-    EXPECT_EQ(0, sigaction(SIGPIPE, &before, nullptr));
+    setPipeSignal(SIG_DFL);
 }
 
 // ---- A switch of the destination ----------------------------------------------------------------------------------
