@@ -466,6 +466,16 @@ TEST(Close, RefusesNothing)
 {
     TraceFile trace(1);
     KRV_GatewayToken_t none = nullptr;
+    ASSERT_EQ(0, setAPITraceLevel(5));
+    trace.forget();
+    EXPECT_EQ(-108, closeGatewayConnection(nullptr));
+    EXPECT_EQ(-100, closeGatewayConnection(&none));
+    std::vector<int> numbers;
+    for (const TraceLine& line : trace.lines()) numbers.push_back(line.number);
+    EXPECT_EQ((std::vector<int>{1004, 1005, 1006, 1004, 1005, 1006}), numbers) << "and goes no further";
+
+    ASSERT_EQ(0, setAPITraceLevel(1));
+    trace.forget();
     EXPECT_EQ(-108, closeGatewayConnection(nullptr));
     EXPECT_EQ(-100, closeGatewayConnection(&none));
     EXPECT_EQ((std::vector<std::string>{"1005 *EXC* API.closeGatewayConnection(&gwTokPtr=(nil)) Null gateway token Pointer",

@@ -1110,6 +1110,21 @@ TEST(ExchangeTrace, NamesItsArguments)
     std::free(data);
 }
 
+TEST(ExchangeTrace, EntryLineHas24CharactersOfTheNameAtMost)
+{
+    TraceFile trace(3);
+    const std::string name(30, 'n');
+    for (std::size_t length : {23u, 24u, 25u, 30u}) {
+        trace.forget();
+        ScriptedPeer peer = ScriptedPeer::onSocketPair({expectBytes(request.size())});
+        exchangeWith(peer, request, name.substr(0, length).c_str());
+        const std::vector<TraceLine> entries = linesNumbered(trace.lines(), 3225);
+        ASSERT_EQ(1u, entries.size());
+        const std::string shown = ", requestName=" + name.substr(0, std::min<std::size_t>(length, 24)) + ", header=";
+        EXPECT_NE(std::string::npos, entries[0].message.find(shown)) << entries[0].message;
+    }
+}
+
 TEST(ExchangeTrace, ExitLineTellsTheResult)
 {
     TraceFile trace(3);

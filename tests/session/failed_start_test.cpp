@@ -307,7 +307,7 @@ TEST(FailedStart, AMissingFileNameBufferIsShownAsStderrAndMadeByTheNextSwitch)
 
     ScratchFolder scratch;
     std::string name = scratch.path("trace");
-    ASSERT_EQ(KRVSTAT_OK, setAPITraceLevel(3));
+    ASSERT_EQ(KRVSTAT_OK, setAPITraceLevel(4));
     captured.forget();
     injected = withFailing(failingMalloc, ENOMEM, [&] { return setAPITraceFile(name.data()); }, 0, TRACE_FILENAME_SIZE);
     EXPECT_EQ(1, injected.hits);
@@ -318,6 +318,8 @@ TEST(FailedStart, AMissingFileNameBufferIsShownAsStderrAndMadeByTheNextSwitch)
     ASSERT_FALSE(lines.empty());
     EXPECT_EQ("1097 ENTRY API.setAPITraceFile(traceFile=" + pointerText(name.data()) + ") current trace destination=stderr", brief(lines).front());
     EXPECT_EQ("1101 EXIT API.setAPITraceFile(traceFile=" + pointerText(name.data()) + ") new trace destination=stderr rc=-111", brief(lines).back());
+    EXPECT_EQ(1u, linesNumbered(lines, 1100).size());
+    EXPECT_EQ(0u, linesNumbered(lines, 1098).size()) << "nothing was switched";
 
     EXPECT_EQ(KRVSTAT_OK, setAPITraceFile(name.data()));
     ASSERT_NE(nullptr, statAPITraceFilename);

@@ -9,8 +9,12 @@
 
 #include "gateway_process.h"
 #include "krvstats.h"
+#include "scripted_peer.h"
+#include "stapi_krv_requests.h"
+#include "stapi_krv_socketcomms.h"
 #include "trace_capture.h"
 #include "watched_allocator.h"
+#include "wire_bytes.h"
 
 using namespace krvtest;
 
@@ -144,4 +148,28 @@ TEST(SoiledMemory, ShowsNothingOfItselfInTheDumpOfANewConnection)
     EXPECT_NE(std::string::npos, text.find(": " + terminator + " 00000000 00000000 00000000 : ")) << text;
     EXPECT_EQ(std::string::npos, text.find("A5A5")) << text;
     EXPECT_EQ(0, closeGatewayConnection(&token));
+}
+
+// A body may be longer than what stands in it.
+TEST(SoiledMemory, IsNotSent)
+{
+    constexpr std::int32_t more = 9;
+    ScriptedPeer peer = ScriptedPeer::onSocketPair({expectMessage()});
+    AuthRequest request = {};
+    request.header.eyecatcher = 0x47617465;
+    request.header.requestType = "Auth";
+    request.header.requestTypeLength = 4;
+    request.header.datalength = 4 + more;
+    request.callType = 0x01020304;
+    ReasonCodes reasons = {};
+    {
+        AllocationWatch watch(1, 10000000);
+        watch.soil(guard);
+        flowAuthRequest(peer.clientSocket(), &request, &reasons);
+        EXPECT_EQ(0, watch.damaged());
+    }
+    peer.finish();
+    const Bytes sent = peer.received();
+    ASSERT_EQ(33u + 4 + more, sent.size());
+    EXPECT_TRUE(sameBytes(hex("01 02 03 04 00 00 00 00 00 00 00 00 00"), Bytes(sent.begin() + 33, sent.end())));
 }

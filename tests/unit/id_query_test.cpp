@@ -110,6 +110,21 @@ TEST(GetIdQuery, EndsBefore32000)
     }
 }
 
+// Both areas end where memory that cannot be read begins.
+TEST(GetIdQuery, OfTheLongestTextStaysInItsAreas)
+{
+    const Bytes content = idSet({{"g", 0, {{letters(20000)}, {letters(11998)}}}});
+    AllocationWatch watch(areaSize, areaSize);
+    watch.fence();
+    {
+        HeldSet set(content);
+        char* text = nullptr;
+        ASSERT_EQ(0, getIdQuery(set.token, &text));
+        EXPECT_EQ(31999u, std::strlen(text));
+    }
+    EXPECT_EQ(2, watch.requests()) << "the token's area and the one that the text is made in";
+}
+
 TEST(GetIdQuery, SeparatorsCount)
 {
     // 3199 ids of 9 with 3198 separators: 31989; 10 more characters with their separator would be 32000
@@ -303,6 +318,11 @@ TEST(GetIdQueryTrace, EachRefusalIsOneException)
     std::vector<TraceLine> lines = trace.lines();
     ASSERT_EQ((std::vector<std::string>{"*EXC*", "*EXC*"}), kinds(lines)) << trace.text();
     for (const TraceLine& line : lines) EXPECT_TRUE(line.message.starts_with("API.getIdQuery")) << line.text;
+
+    ASSERT_EQ(0, setAPITraceLevel(3));
+    trace.forget();
+    ASSERT_EQ(KRVSTAT_NULL_OUTPUT_POINTER, getIdQuery(set.token, nullptr));
+    EXPECT_EQ(0, exitGoodCount(trace, set, KRVSTAT_NULL_OUTPUT_POINTER));
 }
 
 TEST(GetIdQueryTrace, OfALongTextStaysOneLine)
