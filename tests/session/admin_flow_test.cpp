@@ -333,6 +333,15 @@ TEST(AdminReply, TheCallTypeOfTheReplyDecides)
     EXPECT_TRUE(sameBytes(text("data"), asCall.callData));
 }
 
+TEST(AdminReply, DataOfAnyFewBytesIsKept)
+{
+    for (const char* data : {"a", "ab", "abc", "abcd", "abcde"}) {
+        Outcome outcome = call(invokeCall(), adminCallReply(5, text(data)));
+        EXPECT_EQ(0, outcome.rc);
+        EXPECT_TRUE(sameBytes(text(data), outcome.callData)) << data;
+    }
+}
+
 TEST(AdminReply, OfExactlyNineBytesHasEmptyData)
 {
     Outcome outcome = call(invokeCall(), adminCallReply(5, {}));
@@ -646,7 +655,9 @@ TEST(AdminRequest, WhoseLengthsAreNoMessagesIsNotSent)
         std::int32_t datalength;
     } rows[] = {{-1, 4}, {5, -1}, {std::numeric_limits<std::int32_t>::min(), 4}, {5, std::numeric_limits<std::int32_t>::max()},
                 {5, std::numeric_limits<std::int32_t>::max() - 33}};
+    TraceFile trace(5);
     for (const auto& row : rows) {
+        trace.forget();
         ScriptedPeer peer = ScriptedPeer::onSocketPair({expectCloseWithoutBytes()});
         AdminRequest request = adminRequest(0, 0);
         request.header.requestTypeLength = row.nameLength;
@@ -659,6 +670,7 @@ TEST(AdminRequest, WhoseLengthsAreNoMessagesIsNotSent)
         peer.finish();
         EXPECT_EQ("", peer.problem());
         EXPECT_TRUE(sameBytes({}, peer.received()));
+        for (int block : {3201, 3202, 3207}) EXPECT_TRUE(linesNumbered(trace.lines(), block).empty()) << "none is made";
     }
 }
 

@@ -579,6 +579,7 @@ TEST(Exchange, AShortSendIsCompleted)
         size_t sends = 0;
         SocketCalls calls;
         calls.send = [&sends, most](int socket, const void* bytes, size_t count, int flags) {
+            EXPECT_EQ(1000 - most * sends, count) << "the rest and no more";
             ++sends;
             return ::send(socket, bytes, std::min(count, most), flags);
         };
@@ -605,6 +606,31 @@ TEST(Exchange, AnErrorAfterAShortSendIsASendFailure)
     EXPECT_EQ(-1, result.rc);
     expectReasons(result, ECONNRESET, Untouched);
     EXPECT_EQ(2, sends);
+}
+
+TEST(Exchange, ASendOfNothingAfterAShortOneIsASendFailure)
+{
+    int sends = 0;
+    SocketCalls calls;
+    calls.send = [&sends](int socket, const void* bytes, size_t count, int flags) -> ssize_t {
+        if (sends++ == 0) return ::send(socket, bytes, std::min<size_t>(count, 3), flags);
+        errno = ENOBUFS;
+        return 0;
+    };
+    ScriptedPeer peer = ScriptedPeer::onSocketPair({expectBytes(3)});
+    Hooked hooked(calls);
+    Exchange result = exchange(peer.clientSocket(), request);
+    EXPECT_EQ(-1, result.rc);
+    expectReasons(result, ENOBUFS, Untouched);
+    EXPECT_EQ(2, sends);
+}
+
+TEST(Exchange, ARequestOfOneByteIsSent)
+{
+    const Bytes one = text("x");
+    ScriptedPeer peer = ScriptedPeer::onSocketPair({expectBytes(1), sendWhole(markedReply(text("body")))});
+    expectMarkedReply(exchangeWith(peer, one), text("body"));
+    EXPECT_TRUE(sameBytes(one, peer.received()));
 }
 
 TEST(Exchange, RequestsOfAMegabytePassThroughASmallSendBuffer)
