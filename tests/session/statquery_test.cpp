@@ -219,9 +219,13 @@ TEST(ProtocolVersion, MissingTextIsABadReply)
         EXPECT_EQ(-122,
                   readVersion(exchangeWithData(1, statedAttribute(5, text(std::string(there, 'v'))))).rc);
     }
+    TraceFile trace(1);
     for (std::size_t size = 0; size < 8; ++size) {
         SCOPED_TRACE(size);
+        trace.forget();
         EXPECT_EQ(-122, readVersion(exchangeWithData(1, slice(statedAttribute(0, {}), 0, size))).rc);
+        EXPECT_EQ((std::vector<std::string>{"2204 *EXC* stapi_krv_statcomms.statProtocolVer Bad protocol version, length=0"}),
+            brief(trace.lines()));
     }
 }
 
