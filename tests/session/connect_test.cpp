@@ -177,6 +177,39 @@ TEST(Connect, IsTracedByEntryAndExitAtLevelThree)
     close(descriptor);
 }
 
+namespace {
+
+// Waits for a refused connect on descriptors of these numbers.
+void expectRefusalKnownAt(std::initializer_list<int> numbers)
+{
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    address.sin_port = htons(static_cast<std::uint16_t>(unusedPort()));
+    for (int number : numbers) {
+        int kept = dup(number);
+        int client = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+        ASSERT_EQ(-1, connect(client, reinterpret_cast<const sockaddr*>(&address), sizeof address));
+        ASSERT_EQ(EINPROGRESS, errno);
+        int descriptor = dup2(client, number);
+        ASSERT_EQ(number, descriptor);
+        close(client);
+        int error = 0;
+        EXPECT_EQ(-100, waitForConnection(&descriptor, &error)) << number;
+        EXPECT_EQ(ECONNREFUSED, error) << number;
+        if (kept >= 0) dup2(kept, number);
+        else close(number);
+        close(kept);
+    }
+}
+
+}  // namespace
+
+TEST(Connect, RefusalIsKnownWhateverTheNumberOfTheSocket)
+{
+    expectRefusalKnownAt({30, 31, 32, 33, 62, 63, 64, 65, 95, 96, 127, 128, 500, 1022, 1023});
+}
+
 TEST(Connect, WorksWithDescriptorsBeyondAnFdSet)
 {
     rlimit limit{};
@@ -196,6 +229,8 @@ TEST(Connect, WorksWithDescriptorsBeyondAnFdSet)
         Failure refused = connectFailing(refusingPort);
         EXPECT_EQ(-104, refused.rc);
         EXPECT_GT(refused.descriptor, 1500);
+
+        expectRefusalKnownAt({1024, 1087, 1480, 1599});
 
         int descriptor = NoSocket;
         EXPECT_EQ(0, connectTo(peer, descriptor));
