@@ -318,7 +318,9 @@ TEST(FailedStart, AMissingFileNameBufferIsShownAsStderrAndMadeByTheNextSwitch)
     ASSERT_FALSE(lines.empty());
     EXPECT_EQ("1097 ENTRY API.setAPITraceFile(traceFile=" + pointerText(name.data()) + ") current trace destination=stderr", brief(lines).front());
     EXPECT_EQ("1101 EXIT API.setAPITraceFile(traceFile=" + pointerText(name.data()) + ") new trace destination=stderr rc=-111", brief(lines).back());
-    EXPECT_EQ(1u, linesNumbered(lines, 1100).size());
+    ASSERT_EQ(1u, linesNumbered(lines, 1100).size());
+    EXPECT_EQ("API.setAPITraceFile() Failed to allocate 1024 bytes. Trace file destination is unchanged. Filename=stderr",
+        linesNumbered(lines, 1100)[0].message);
     EXPECT_EQ(0u, linesNumbered(lines, 1098).size()) << "nothing was switched";
 
     EXPECT_EQ(KRVSTAT_OK, setAPITraceFile(name.data()));

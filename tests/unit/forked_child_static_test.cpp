@@ -333,7 +333,7 @@ TEST_F(ForkHandler, ForgetsTheCallsOfTheParent)
 
 TEST_F(ForkHandler, LeavesNothingOfATokenInACallThatMayBeHalfDone)
 {
-    std::vector<Internal_GatewayToken_t> tokens = listOf(3);
+    std::vector<Internal_GatewayToken_t> tokens = listOf(4); // the last one without a result set
     char buffer[4];
     char version[] = "1.1.0";
     Internal_ResultSetToken_t sets[3] = {};
@@ -343,6 +343,7 @@ TEST_F(ForkHandler, LeavesNothingOfATokenInACallThatMayBeHalfDone)
         tokens[i].connRSPtr = &sets[i];
     }
     ASSERT_NE(nullptr, enterCall(&tokens[1]));
+    ASSERT_NE(nullptr, enterCall(&tokens[3]));
     childHandler();
     for (std::size_t i : {0u, 2u}) {
         EXPECT_EQ(buffer, tokens[i].resultSetBuf) << i;

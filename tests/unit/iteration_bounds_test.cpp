@@ -300,6 +300,17 @@ TEST(IterationBounds, CountZeroAtTheEndAndNoResponsesEndTheWalk)
     }
 }
 
+TEST(IterationBounds, LessThanACategoryIsNone)
+{
+    const Bytes content = idSet({{"g", 0, {{"17"}}}});
+    HeldSet set(content);
+    KRV_IdData_t id = {};
+    for (int stated = 1; stated < EYECATCHER_SIZE; stated++) {
+        set.token->rsBuffLen = stated;
+        EXPECT_EQ(KRVSTAT_WRONG_RESULT_SET_CONTENT, getFirstId(set.token, &id)) << stated;
+    }
+}
+
 TEST(IterationBounds, WithoutAStatedLengthTheWalkIsNotBounded)
 {
     Bytes content = statSet({{"Q", 0, {{"a", letters(5000)}, {"b", "2"}}}, {"R", -1}});

@@ -153,6 +153,19 @@ TEST(CopyResultSet, EndsInItsTerminatorWhereverTheSourcesOneStands)
     }
 }
 
+TEST(CopyResultSet, OfASetWithoutALengthIsEmpty)
+{
+    for (int stated : {0, -1}) {
+        HeldSet source(idContent);
+        source.token->rsBuffLen = stated;
+        KRV_ResultSetToken_t copy = nullptr;
+        ASSERT_EQ(0, copyResultSet(source.token, &copy));
+        EXPECT_EQ(stated, copy->rsBuffLen);
+        EXPECT_TRUE(sameBytes(terminatorBytes() + zeros(RESULT_SET_ROOM - 4), bufferBytes(copy, RESULT_SET_ROOM)));
+        EXPECT_EQ(0, freeResultSet(&copy));
+    }
+}
+
 TEST(CopyResultSet, HasZeroedRoomForDumpsBehindIt)
 {
     HeldSet source(idContent, 100);

@@ -115,6 +115,22 @@ INSTANTIATE_TEST_SUITE_P(Of, ShortWays, testing::Values(ReplyKind::Statistics, R
 
 // A run of elements of the same lengths, any of which may be the one from which on more of them are expected, and then
 // one that differs in one thing.
+// The lines of a step begin with the events.
+TEST(ShortWayOfAWalk, IsNotTakenWhereStepsAreTraced)
+{
+    const int steps = 4;
+    for (int level = 0; level <= 5; ++level) {
+        HeldSet ids(idSet({{"g", 0, {{"1"}, {"2"}, {"3"}, {"4"}}}}));
+        HeldSet stats(statSet({{"g", 0, {{"1", "a"}, {"2", "b"}, {"3", "c"}, {"4", "d"}}}}));
+        TraceFile trace(level);
+        EXPECT_EQ(4u, walked(ids, ReplyKind::Ids).size() - 1);
+        EXPECT_EQ(4u, walked(stats, ReplyKind::Statistics).size() - 1);
+        int events = 0;
+        for (const TraceLine& line : trace.lines()) events += line.text.find("Successfully retrieved") != std::string::npos;
+        EXPECT_EQ(level >= 2 ? 2 * steps : 0, events) << level;
+    }
+}
+
 TEST(RunsOfAlikeElements, EndInWhateverComesNext)
 {
     StatElement otherType = plainElement("id_12", "value");
