@@ -28,9 +28,9 @@ struct Stop {
     }
 };
 
-thread_local Stop* stopInGrowth = nullptr;       // when the new block is there and the old one gone
+thread_local Stop* stopInGrowth = nullptr;        // when the new block is there and the old one gone
 thread_local Stop* stopInFreeOfVersion = nullptr; // behind the free of a version text that a token on the list has
-void* freedVersion = nullptr;                    // while a thread is stopped there
+std::atomic<void*> freedVersion = nullptr;       // while a thread is stopped there
 
 // Longer than a connection's first buffer.
 std::string longScenario()
