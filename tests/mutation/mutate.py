@@ -195,6 +195,8 @@ class Run:
         known = self.results.killersOfUnit[job.unit][(program.name, verdict.case)]
         if verdict.hung or known < TRUSTED or not verdict.case:
             again = job.run(program, [verdict.case] if verdict.case else cases)
+            if again.passed and verdict.case:
+                again = job.run(program, cases)  # alone, a case may miss what those before it left behind
             if again.passed:
                 return None
         return {"state": "killed", "program": program.name, "case": verdict.case, "hung": verdict.hung,
