@@ -259,6 +259,25 @@ TEST(DeafGateway, EndsAQueryAtItsDeadline)
     peer.tell();
 }
 
+TEST(DeafGateway, ThatNeverTakesAByteEndsAQueryWithTheCodeOfADeadline)
+{
+    ScriptedPeer peer({opening() + Script{expectClose()}});
+    Connection connection;
+    ASSERT_EQ(0, connection.open(peer.port()));
+    int sends = 0;
+    SocketCalls calls;
+    calls.send = [&sends](int, const void*, std::size_t, int) -> ssize_t {
+        ++sends;
+        errno = EAGAIN;
+        return -1;
+    };
+    const Hooked hooked(calls);
+    const CallDeadline deadline(50);
+    EXPECT_EQ(KRVSTAT_GATEWAY_PROTOCOL_ERROR, connection.query()) << "and not -102, which a request that cannot be sent gives";
+    EXPECT_GT(sends, 1);
+    EXPECT_EQ(nullptr, gtListHeadPtr);
+}
+
 TEST(DeafGateway, ThatListensInTimeGetsTheWholeQuery)
 {
     GatewayProcess gateway;
@@ -409,14 +428,26 @@ TEST(HeldUpList, EndsAnOpenAtItsDeadline)
     GatewayProcess gateway;
     EXPECT_EQ(0, setCallDeadline(0));
     const std::size_t descriptors = openDescriptors();
+    {
+        const HeldList held;
+        const CallDeadline deadline(150);
+        Connection connection;
+        const Timed open = timed([&] { return connection.open(gateway.port()); });
+        EXPECT_EQ(KRVSTAT_CONNECT_TIMEOUT, open.rc);
+        expectAtDeadline("Open, list held", 150, open);
+        EXPECT_TRUE(connection.untouched());
+        EXPECT_EQ(descriptors, openDescriptors());
+    }
+    TraceFile trace(3);
     const HeldList held;
-    const CallDeadline deadline(150);
+    const CallDeadline deadline(1);
     Connection connection;
-    const Timed open = timed([&] { return connection.open(gateway.port()); });
-    EXPECT_EQ(KRVSTAT_CONNECT_TIMEOUT, open.rc);
-    expectAtDeadline("Open, list held", 150, open);
-    EXPECT_TRUE(connection.untouched());
-    EXPECT_EQ(descriptors, openDescriptors());
+    EXPECT_EQ(KRVSTAT_CONNECT_TIMEOUT, connection.open(gateway.port()));
+    for (int exit : {2022, 2001, 1002}) {
+        const std::vector<TraceLine> lines = linesNumbered(trace.lines(), exit);
+        ASSERT_EQ(1u, lines.size()) << trace.text();
+        EXPECT_TRUE(lines[0].message.ends_with(" rc=-134")) << lines[0].message;
+    }
 }
 
 TEST(HeldUpList, EndsAQueryAtItsDeadlineAndTheConnectionWithIt)
@@ -471,6 +502,26 @@ TEST(HeldUpList, DoesNotLeaveAConnectionBehindWhoseReplyIsLate)
     EXPECT_EQ(nullptr, gtListHeadPtr);
     peer.finish();
     EXPECT_EQ("", peer.problem());
+}
+
+// A call without a deadline ends the connection that a late one had to leave on the list.
+TEST(HeldUpList, LetsTheNextCallWaitForNoAnswerToTheGoodbyeOfALateOne)
+{
+    Caller caller;
+    ScriptedPeer peer({opening() + Script{expectMessage(), expectClose()}});
+    EXPECT_EQ(0, setCallDeadline(0));
+    Connection connection;
+    ASSERT_EQ(0, connection.open(peer.port()));
+    HeldList held;
+    {
+        const CallDeadline deadline(50);
+        EXPECT_EQ(KRVSTAT_GATEWAY_PROTOCOL_ERROR, connection.query());
+    }
+    held.release();
+    EXPECT_EQ(KRVSTAT_GATEWAY_TOKEN_NOT_FOUND, resultOf(caller.start([&] { return connection.query(); })).rc);
+    EXPECT_EQ(nullptr, gtListHeadPtr);
+    peer.finish();
+    EXPECT_EQ("", peer.problem()) << "the goodbye was said";
 }
 
 TEST(HeldUpList, EndsACloseAtItsDeadlineThatCanBeRepeated)
