@@ -591,38 +591,28 @@ TEST(Exchange, AShortSendIsCompleted)
     }
 }
 
-TEST(Exchange, AnErrorAfterAShortSendIsASendFailure)
+TEST(Exchange, AnErrorOrNothingAfterAShortSendIsASendFailure)
 {
-    int sends = 0;
-    SocketCalls calls;
-    calls.send = [&sends](int socket, const void* bytes, size_t count, int flags) -> ssize_t {
-        if (sends++ == 0) return ::send(socket, bytes, std::min<size_t>(count, 3), flags);
-        errno = ECONNRESET;
-        return -1;
-    };
-    ScriptedPeer peer = ScriptedPeer::onSocketPair({expectBytes(3)});
-    Hooked hooked(calls);
-    Exchange result = exchange(peer.clientSocket(), request);
-    EXPECT_EQ(-1, result.rc);
-    expectReasons(result, ECONNRESET, Untouched);
-    EXPECT_EQ(2, sends);
-}
-
-TEST(Exchange, ASendOfNothingAfterAShortOneIsASendFailure)
-{
-    int sends = 0;
-    SocketCalls calls;
-    calls.send = [&sends](int socket, const void* bytes, size_t count, int flags) -> ssize_t {
-        if (sends++ == 0) return ::send(socket, bytes, std::min<size_t>(count, 3), flags);
-        errno = ENOBUFS;
-        return 0;
-    };
-    ScriptedPeer peer = ScriptedPeer::onSocketPair({expectBytes(3)});
-    Hooked hooked(calls);
-    Exchange result = exchange(peer.clientSocket(), request);
-    EXPECT_EQ(-1, result.rc);
-    expectReasons(result, ENOBUFS, Untouched);
-    EXPECT_EQ(2, sends);
+    const struct {
+        ssize_t second;
+        int error;
+    } rows[] = {{-1, ECONNRESET}, {0, ENOBUFS}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.error);
+        int sends = 0;
+        SocketCalls calls;
+        calls.send = [&](int socket, const void* bytes, size_t count, int flags) -> ssize_t {
+            if (sends++ == 0) return ::send(socket, bytes, std::min<size_t>(count, 3), flags);
+            errno = row.error;
+            return row.second;
+        };
+        ScriptedPeer peer = ScriptedPeer::onSocketPair({expectBytes(3)});
+        Hooked hooked(calls);
+        Exchange result = exchange(peer.clientSocket(), request);
+        EXPECT_EQ(-1, result.rc);
+        expectReasons(result, row.error, Untouched);
+        EXPECT_EQ(2, sends);
+    }
 }
 
 TEST(Exchange, ARequestOfOneByteIsSent)
