@@ -197,8 +197,9 @@ void expectRefusalKnownAt(std::initializer_list<int> numbers)
         int error = 0;
         EXPECT_EQ(-100, waitForConnection(&descriptor, &error)) << number;
         EXPECT_EQ(ECONNREFUSED, error) << number;
-        if (kept >= 0) dup2(kept, number);
-        else close(number);
+        close(number);
+        if (kept < 0) continue;
+        dup2(kept, number);
         close(kept);
     }
 }
