@@ -24,13 +24,13 @@ struct Stop {
     void wait()
     {
         reached = true;
-        while (!left) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        soon([&] { return left.load(); }); // a test that failed before that must not hang
     }
 };
 
 thread_local Stop* stopInGrowth = nullptr;        // when the new block is there and the old one gone
 thread_local Stop* stopInFreeOfVersion = nullptr; // behind the free of a version text that a token on the list has
-std::atomic<void*> freedVersion = nullptr;       // while a thread is stopped there
+std::atomic<void*> freedVersion = nullptr;        // while a thread is stopped there
 
 // Longer than a connection's first buffer.
 std::string longScenario()
